@@ -1,0 +1,44 @@
+#pragma once
+
+// Test seam of the platform layer: makes the Nth operation of a kind fail, so
+// tests can prove that a failed rewrite leaves the original intact and removes
+// its temporary files. Counting covers every File and Win32-named call of that
+// kind in the process. Disarmed, it costs one relaxed atomic load per call.
+
+#include <cstdint>
+
+#include "foundation/Export.h"
+
+namespace quillet {
+
+class QUILLET_EXPORT FaultInjection {
+public:
+    enum Operation : int {
+        kWrite = 0,   // File::Write, File::SetLength, and the flush of buffered writes
+        kSeek = 1,    // File::Seek, File::SeekEx
+        kRename = 2,  // MoveFileW, CopyFileW
+        kCreate = 3,  // File::Create, File::Open, GetTempFileNameW
+        kRead = 4,    // File::Read
+        kCount = 5,
+    };
+
+    // The nth call (1-based) of `op` from now on fails with an error like the
+    // system's (disk full for writes); later calls succeed. n 0 disarms it.
+    static void FailNth(Operation op, int64_t n);
+    // Disarms every operation and clears the counters.
+    static void Reset();
+    // How many calls of `op` were counted since the last Reset.
+    static int64_t Count(Operation op);
+    // Called by the platform layer before doing `op`: true when this call
+    // must fail.
+    static bool ShouldFail(Operation op);
+};
+
+// Disarms the seam when it leaves scope.
+class FaultInjectionScope {
+public:
+    FaultInjectionScope() { FaultInjection::Reset(); }
+    ~FaultInjectionScope() { FaultInjection::Reset(); }
+};
+
+}  // namespace quillet

@@ -1,0 +1,129 @@
+// quillet info FILE [--json]: names the kind of store a file holds from its
+// first bytes and prints the header fields it can read. Command groups of the
+// stores register more specific probes; the generic ones here come last.
+
+#include <array>
+
+#include "Common.h"
+#include "foundation/ByteOrder.h"
+
+namespace quillet::tool {
+
+namespace {
+
+constexpr size_t kHeadBytes = 512;
+
+bool LooksLikeDBaseVersion(unsigned char v) {
+    static constexpr std::array<unsigned char, 18> kVersions = {
+        0x02, 0x03, 0x04, 0x05, 0x07, 0x30, 0x31, 0x32, 0x43,
+        0x63, 0x83, 0x87, 0x8B, 0x8E, 0xCB, 0xE5, 0xF5, 0xFB};
+    for (auto known : kVersions) {
+        if (v == known) return true;
+    }
+    return false;
+}
+
+bool ProbeDBase(const std::filesystem::path&, std::span<const unsigned char> head, Json& out) {
+    if (head.size() < 32 || !LooksLikeDBaseVersion(head[0])) return false;
+    int month = head[2], day = head[3];
+    auto headerLength = static_cast<int16_t>(DecodeFixed16LE(&head[8]));
+    auto recordLength = static_cast<int16_t>(DecodeFixed16LE(&head[10]));
+    if (month < 1 || month > 12 || day < 1 || day > 31 || headerLength < 33 || recordLength < 1) {
+        return false;
+    }
+    char date[16];
+    std::snprintf(date, sizeof date, "%04d-%02d-%02d", 1900 + head[1], month, day);
+    out["kind"] = "dBASE table";
+    out["version"] = head[0];
+    out["date"] = date;
+    out["records"] = static_cast<int32_t>(DecodeFixed32LE(&head[4]));
+    out["header_length"] = headerLength;
+    out["record_length"] = recordLength;
+    out["ldid"] = head[29];
+    out["fields"] = (headerLength - 32) / 32;
+    return true;
+}
+
+bool IsOlderFileCode(int32_t code) { return code >= 9991 && code <= 9994; }
+
+bool ProbeOlderRecordFile(const std::filesystem::path&, std::span<const unsigned char> head,
+                          Json& out) {
+    if (head.size() < 100) return false;
+    bool bigEndian = IsOlderFileCode(static_cast<int32_t>(DecodeFixed32BE(&head[0])));
+    if (!bigEndian && !IsOlderFileCode(static_cast<int32_t>(DecodeFixed32LE(&head[0])))) {
+        return false;
+    }
+    auto read = [&](size_t offset) {
+        return static_cast<int32_t>(bigEndian ? DecodeFixed32BE(&head[offset])
+                                              : DecodeFixed32LE(&head[offset]));
+    };
+    int32_t code = read(0);
+    int32_t recordLength = read(8);
+    out["kind"] = "record file";
+    out["file_code"] = code;
+    out["byte_order"] = bigEndian ? "big" : "little";
+    out["record_length_kind"] = recordLength <= 0 ? "variable" : "fixed";
+    out["indexed"] = code >= 9993;
+    out["user_type"] = read(4);
+    out["record_length_words"] = recordLength;
+    out["file_length_words"] = read(24);
+    out["data_start"] = bigEndian ? 100 : 356;
+    return true;
+}
+
+bool ProbeNextGenerationRecordFile(const std::filesystem::path&,
+                                   std::span<const unsigned char> head, Json& out) {
+    if (head.size() < 40) return false;
+    auto version = static_cast<int32_t>(DecodeFixed32LE(&head[0]));
+    auto pointerLength = static_cast<int32_t>(DecodeFixed32LE(&head[12]));
+    bool knownVersion = version == 1 || version == 2 || version == 3 || version == 9996;
+    if (!knownVersion || pointerLength < 1 || pointerLength > 8) return false;
+    out["kind"] = "next-generation record file";
+    out["version"] = version;
+    out["records"] = static_cast<int32_t>(DecodeFixed32LE(&head[4]));
+    out["max_record_length"] = static_cast<int32_t>(DecodeFixed32LE(&head[8]));
+    out["pointer_length"] = pointerLength;
+    out["free_bytes"] = static_cast<int64_t>(DecodeFixed64LE(&head[16]));
+    out["end_of_data"] = static_cast<int64_t>(DecodeFixed64LE(&head[24]));
+    out["user_header_position"] = static_cast<int64_t>(DecodeFixed64LE(&head[32]));
+    return true;
+}
+
+void RunInfo(const std::string& file, bool json) {
+    std::filesystem::path path(file);
+    auto head = ReadHead(path, kHeadBytes);
+    if (head.empty()) throw Failure(file + ": empty file");
+    Json out;
+    bool known = false;
+    for (const auto& probe : InfoProbes()) {
+        out = Json::object();
+        if (probe.probe(path, head, out)) {
+            known = true;
+            break;
+        }
+    }
+    if (!known) out = Json{{"kind", "unknown"}};
+    json ? PrintJson(out) : PrintFields(out);
+}
+
+void Install(CLI::App& app) {
+    auto* cmd = app.add_subcommand("info", "Name the kind of store a file holds and show its header");
+    auto file = std::make_shared<std::string>();
+    auto json = std::make_shared<bool>(false);
+    cmd->add_option("FILE", *file, "The file to look at")->required();
+    cmd->add_flag("--json", *json, "Print JSON");
+    cmd->callback([file, json] { RunInfo(*file, *json); });
+}
+
+void Register() {
+    RegisterGroup("info", Install);
+    RegisterInfoProbe({900, "dBASE table", ProbeDBase});
+    RegisterInfoProbe({910, "record file", ProbeOlderRecordFile});
+    RegisterInfoProbe({920, "next-generation record file", ProbeNextGenerationRecordFile});
+}
+
+}  // namespace
+
+QUILLET_TOOL_REGISTER(Register);
+
+}  // namespace quillet::tool
