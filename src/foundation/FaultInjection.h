@@ -3,7 +3,8 @@
 // Test seam of the platform layer: makes the Nth operation of a kind fail, so
 // tests can prove that a failed rewrite leaves the original intact and removes
 // its temporary files. Counting covers every File and Win32-named call of that
-// kind in the process. Disarmed, it costs one relaxed atomic load per call.
+// kind in the process, from the first Reset or FailNth on; before that (in
+// production) it costs one relaxed atomic load per call.
 
 #include <cstdint>
 
@@ -14,16 +15,18 @@ namespace quillet {
 class QUILLET_EXPORT FaultInjection {
 public:
     enum Operation : int {
-        kWrite = 0,   // File::Write, File::SetLength, and the flush of buffered writes
+        kWrite = 0,   // File::Write, File::SetLength
         kSeek = 1,    // File::Seek, File::SeekEx
         kRename = 2,  // MoveFileW, CopyFileW
         kCreate = 3,  // File::Create, File::Open, GetTempFileNameW
         kRead = 4,    // File::Read
-        kCount = 5,
+        kFlush = 5,   // the write of a File's buffered data to the system
+        kCount = 6,
     };
 
     // The nth call (1-based) of `op` from now on fails with an error like the
-    // system's (disk full for writes); later calls succeed. n 0 disarms it.
+    // system's: disk full for writes and flushes, access denied for creates
+    // and renames, a failed read or seek; later calls succeed. n 0 disarms it.
     static void FailNth(Operation op, int64_t n);
     // Disarms every operation and clears the counters.
     static void Reset();

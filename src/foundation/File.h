@@ -16,10 +16,15 @@
 // shared lock. The loser of a conflict fails at once with kSharingViolation.
 // Locks go with Close.
 //
+// An open that lets others write meanwhile (shareB) is never mapped and
+// forgets its read buffer at every seek, so that what others wrote is read
+// after a seek.
+//
 // Nothing here throws. Every failure is a result (0, false or a short count)
 // plus GetLastError().
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "foundation/Export.h"
@@ -82,6 +87,8 @@ public:
     int32_t GetMemory(void** out, int32_t n);
     bool IsMapped() const { return map_ != nullptr; }
 
+    // The length, counting buffered writes; -1 when not open or when the
+    // length does not fit the 32-bit form.
     int32_t GetLength();
     int64_t GetLengthEx();
     // Truncates or extends the file; the position is not moved.
@@ -94,26 +101,33 @@ public:
     const std::wstring& GetPath() const { return path_; }
 
 private:
-    int OpenDescriptor(int flags, bool readOnly, bool exclusiveLock);
+    int OpenDescriptor(int flags, bool readOnly, bool exclusiveLock, bool othersMayWrite);
     bool FlushWriteBuffer();
-    bool Fail(int32_t error);
-    bool FailFromErrno(int err);
-    bool MapIfWorthIt();
+    int32_t ReadBuffered(unsigned char* out, int32_t n);
+    // Keeps the read buffer equal to the file after a write of [at, at + n).
+    void PatchReadBuffer(int64_t at, const unsigned char* data, int32_t n);
+    bool Succeed();
+    bool Fail(Error error);
+    // The kind of errno; `otherwise` for errors that have no kind of their own.
+    bool FailFromErrno(int err, Error otherwise = kGeneralFailure);
+    void MapIfWorthIt();
     void Unmap();
 
     std::wstring path_;
     std::string nativePath_;
     int fd_ = -1;
     bool readOnly_ = false;
+    bool othersMayWrite_ = false;
     int64_t position_ = 0;
     int32_t lastError_ = kNoError;
 
     // Read buffer: bytes [bufferStart_, bufferStart_ + bufferFill_) of the file.
     // Write buffer: pending bytes for [writeStart_, writeStart_ + writeFill_).
-    unsigned char* buffer_ = nullptr;
+    // Both are allocated at first use and freed by Close.
+    std::unique_ptr<unsigned char[]> buffer_;
     int64_t bufferStart_ = 0;
     int32_t bufferFill_ = 0;
-    unsigned char* writeBuffer_ = nullptr;
+    std::unique_ptr<unsigned char[]> writeBuffer_;
     int64_t writeStart_ = 0;
     int32_t writeFill_ = 0;
 

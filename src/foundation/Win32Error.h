@@ -17,6 +17,7 @@ inline constexpr uint32_t ERROR_TOO_MANY_OPEN_FILES = 4;
 inline constexpr uint32_t ERROR_ACCESS_DENIED = 5;
 inline constexpr uint32_t ERROR_INVALID_HANDLE = 6;
 inline constexpr uint32_t ERROR_NOT_ENOUGH_MEMORY = 8;
+inline constexpr uint32_t ERROR_NOT_SAME_DEVICE = 17;
 inline constexpr uint32_t ERROR_WRITE_FAULT = 29;
 inline constexpr uint32_t ERROR_READ_FAULT = 30;
 inline constexpr uint32_t ERROR_GEN_FAILURE = 31;
@@ -30,11 +31,15 @@ inline constexpr uint32_t ERROR_INSUFFICIENT_BUFFER = 122;
 inline constexpr uint32_t ERROR_DIR_NOT_EMPTY = 145;
 inline constexpr uint32_t ERROR_ALREADY_EXISTS = 183;
 inline constexpr uint32_t ERROR_FILENAME_EXCED_RANGE = 206;
+inline constexpr uint32_t ERROR_NO_UNICODE_TRANSLATION = 1113;
 
 QUILLET_EXPORT uint32_t GetLastError();
 QUILLET_EXPORT void SetLastError(uint32_t error);
 
 // The Win32 number of a POSIX errno value (ENOENT -> 2, EACCES -> 5, ...).
 QUILLET_EXPORT uint32_t Win32ErrorFromErrno(int err);
+// The same for a failure on a path: a missing file (ENOENT) whose folder is
+// missing too is ERROR_PATH_NOT_FOUND (3) rather than ERROR_FILE_NOT_FOUND (2).
+QUILLET_EXPORT uint32_t Win32ErrorForPath(int err, const char* nativePath);
 
 }  // namespace quillet

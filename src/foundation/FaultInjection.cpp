@@ -1,0 +1,47 @@
+#include "foundation/FaultInjection.h"
+
+#include <array>
+#include <atomic>
+
+namespace quillet {
+
+namespace {
+
+struct Counters {
+    std::atomic<bool> active{false};
+    std::array<std::atomic<int64_t>, FaultInjection::kCount> calls{};
+    std::array<std::atomic<int64_t>, FaultInjection::kCount> failAt{};
+};
+
+Counters& State() {
+    static Counters counters;
+    return counters;
+}
+
+}  // namespace
+
+void FaultInjection::FailNth(Operation op, int64_t n) {
+    Counters& s = State();
+    s.active.store(true);
+    s.failAt[op].store(n > 0 ? s.calls[op].load() + n : 0);
+}
+
+void FaultInjection::Reset() {
+    Counters& s = State();
+    for (int op = 0; op < kCount; ++op) {
+        s.failAt[op].store(0);
+        s.calls[op].store(0);
+    }
+    s.active.store(true);
+}
+
+int64_t FaultInjection::Count(Operation op) { return State().calls[op].load(); }
+
+bool FaultInjection::ShouldFail(Operation op) {
+    Counters& s = State();
+    if (!s.active.load(std::memory_order_relaxed)) return false;
+    int64_t call = s.calls[op].fetch_add(1) + 1;
+    return call == s.failAt[op].load();
+}
+
+}  // namespace quillet

@@ -1,0 +1,406 @@
+#include "foundation/File.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <limits>
+
+#include "foundation/FaultInjection.h"
+#include "foundation/Win32Error.h"
+#include "foundation/Win32File.h"
+
+namespace quillet {
+
+namespace {
+
+// Large enough that sequential access of small records costs a system call
+// per thousand records, small enough to keep many files open.
+constexpr int32_t kBufferSize = 64 * 1024;
+
+File::Error KindOfErrno(int err, File::Error otherwise) {
+    switch (err) {
+        case EACCES:
+        case EPERM:
+        case EROFS:
+        case EISDIR: return File::kAccessDenied;
+        case ENOENT:
+        case ENOTDIR:
+        case ENAMETOOLONG: return File::kNotFound;
+        case EAGAIN: return File::kSharingViolation;
+        case ENOSPC:
+        case EDQUOT:
+        case EFBIG: return File::kDiskFull;
+        case EMFILE:
+        case ENFILE:
+        case ENOMEM: return File::kTooManyOpenFiles;
+        case EBADF: return File::kNotOpen;
+        default: return otherwise;
+    }
+}
+
+uint32_t Win32ErrorOfKind(File::Error error) {
+    switch (error) {
+        case File::kNoError: return ERROR_SUCCESS;
+        case File::kAccessDenied: return ERROR_ACCESS_DENIED;
+        case File::kNotFound: return ERROR_FILE_NOT_FOUND;
+        case File::kSharingViolation: return ERROR_SHARING_VIOLATION;
+        case File::kReadFailed: return ERROR_HANDLE_EOF;
+        case File::kSeekFailed: return ERROR_INVALID_PARAMETER;
+        case File::kWriteFailed: return ERROR_WRITE_FAULT;
+        case File::kNotOpen: return ERROR_INVALID_HANDLE;
+        case File::kDiskFull: return ERROR_DISK_FULL;
+        case File::kTooManyOpenFiles: return ERROR_TOO_MANY_OPEN_FILES;
+        case File::kGeneralFailure: break;
+    }
+    return ERROR_GEN_FAILURE;
+}
+
+// pread until n bytes or the end of the file; the count, or -1 (errno set).
+int64_t ReadAt(int fd, unsigned char* out, size_t n, int64_t at) {
+    size_t done = 0;
+    while (done < n) {
+        ssize_t got = ::pread(fd, out + done, n - done, at + static_cast<int64_t>(done));
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) return -1;
+        if (got == 0) break;
+        done += static_cast<size_t>(got);
+    }
+    return static_cast<int64_t>(done);
+}
+
+// pwrite all n bytes; false with errno set otherwise.
+bool WriteAt(int fd, const unsigned char* data, size_t n, int64_t at) {
+    while (n > 0) {
+        ssize_t written = ::pwrite(fd, data, n, at);
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) {
+            if (written == 0) errno = ENOSPC;
+            return false;
+        }
+        data += written;
+        at += written;
+        n -= static_cast<size_t>(written);
+    }
+    return true;
+}
+
+// Takes the whole-file lock of an open. File systems without open file
+// description locks get no sharing control rather than no access.
+bool LockWholeFile(int fd, bool exclusive) {
+    struct flock lock{};
+    lock.l_type = exclusive ? F_WRLCK : F_RDLCK;
+    lock.l_whence = SEEK_SET;
+    if (::fcntl(fd, F_OFD_SETLK, &lock) == 0) return true;
+    if (errno == EINVAL || errno == ENOLCK || errno == EOPNOTSUPP) return true;
+    if (errno == EACCES) errno = EAGAIN;
+    return false;
+}
+
+}  // namespace
+
+File::File(const wchar_t* path) : path_(path ? path : L""), nativePath_(NativePath(path_.c_str())) {}
+
+File::~File() { Close(); }
+
+int File::Open(int readOnly, int, int shareA, int shareB, int) {
+    Close();
+    if (FaultInjection::ShouldFail(FaultInjection::kCreate)) return FailFromErrno(EACCES);
+    bool exclusive = !readOnly && !shareA && !shareB;
+    return OpenDescriptor(readOnly ? O_RDONLY : O_RDWR, readOnly != 0, exclusive, shareB != 0);
+}
+
+int File::Create(int, int) {
+    Close();
+    if (FaultInjection::ShouldFail(FaultInjection::kCreate)) return FailFromErrno(EACCES);
+    if (!OpenDescriptor(O_RDWR | O_CREAT, false, true, false)) return 0;
+    // Emptied only once the lock is held, so that a file in use elsewhere
+    // keeps its contents.
+    if (::ftruncate(fd_, 0) != 0) {
+        int err = errno;
+        Close();
+        return FailFromErrno(err);
+    }
+    return 1;
+}
+
+int File::OpenDescriptor(int flags, bool readOnly, bool exclusiveLock, bool othersMayWrite) {
+    int fd = ::open(nativePath_.c_str(), flags | O_CLOEXEC, 0666);
+    if (fd < 0) return FailFromErrno(errno);
+    struct stat st{};
+    int err = ::fstat(fd, &st) != 0 ? errno : S_ISDIR(st.st_mode) ? EISDIR : 0;
+    if (err == 0 && !LockWholeFile(fd, exclusiveLock)) err = errno;
+    if (err != 0) {
+        ::close(fd);
+        return FailFromErrno(err);
+    }
+    fd_ = fd;
+    readOnly_ = readOnly;
+    othersMayWrite_ = othersMayWrite;
+    position_ = 0;
+    bufferFill_ = 0;
+    writeFill_ = 0;
+    if (readOnly_ && !othersMayWrite_) MapIfWorthIt();
+    return Succeed();
+}
+
+int File::Close() {
+    if (fd_ < 0) return 1;
+    bool flushed = FlushWriteBuffer();
+    Unmap();
+    // Closing the description also releases its lock.
+    if (::close(fd_) != 0 && flushed) flushed = FailFromErrno(errno, kWriteFailed);
+    fd_ = -1;
+    buffer_.reset();
+    writeBuffer_.reset();
+    bufferFill_ = 0;
+    writeFill_ = 0;
+    return flushed ? Succeed() : 0;
+}
+
+int File::Flush() {
+    if (fd_ < 0) return Fail(kNotOpen);
+    if (!FlushWriteBuffer()) return 0;
+    if (!readOnly_ && ::fdatasync(fd_) != 0 && errno != EINVAL) {
+        return FailFromErrno(errno, kWriteFailed);
+    }
+    return Succeed();
+}
+
+int File::Delete() {
+    Close();
+    if (::unlink(nativePath_.c_str()) != 0) return FailFromErrno(errno);
+    return Succeed();
+}
+
+int File::Seek(int32_t offset, MoveMethod method) { return SeekEx(offset, method); }
+
+int File::SeekEx(int64_t offset, MoveMethod method) {
+    if (fd_ < 0) return Fail(kNotOpen);
+    if (FaultInjection::ShouldFail(FaultInjection::kSeek)) return Fail(kSeekFailed);
+    int64_t base;
+    switch (method) {
+        case kBegin: base = 0; break;
+        case kCurrent: base = position_; break;
+        case kEnd:
+            base = GetLengthEx();
+            if (base < 0) return 0;
+            break;
+        default: return Fail(kSeekFailed);
+    }
+    int64_t target;
+    if (__builtin_add_overflow(base, offset, &target) || target < 0) return Fail(kSeekFailed);
+    if (writeFill_ > 0 && target != writeStart_ + writeFill_ && !FlushWriteBuffer()) return 0;
+    if (othersMayWrite_) bufferFill_ = 0;
+    position_ = target;
+    return Succeed();
+}
+
+int File::Read(void* buffer, int n) {
+    if (fd_ < 0) return Fail(kNotOpen);
+    if (n < 0 || (!buffer && n > 0)) return Fail(kNotOpen);
+    if (n == 0) {
+        Succeed();
+        return 0;
+    }
+    if (FaultInjection::ShouldFail(FaultInjection::kRead)) return FailFromErrno(EIO, kReadFailed);
+    if (!FlushWriteBuffer()) return 0;
+    auto* out = static_cast<unsigned char*>(buffer);
+    if (map_ && position_ <= mapLength_ - n) {
+        std::memcpy(out, map_ + position_, static_cast<size_t>(n));
+        position_ += n;
+        Succeed();
+        return n;
+    }
+    return ReadBuffered(out, n);
+}
+
+int32_t File::ReadBuffered(unsigned char* out, int32_t n) {
+    int32_t done = 0;
+    while (done < n) {
+        int64_t offset = position_ - bufferStart_;
+        if (offset >= 0 && offset < bufferFill_) {
+            int32_t take = std::min(n - done, bufferFill_ - static_cast<int32_t>(offset));
+            std::memcpy(out + done, buffer_.get() + offset, static_cast<size_t>(take));
+            done += take;
+            position_ += take;
+            continue;
+        }
+        int32_t left = n - done;
+        if (left >= kBufferSize) {
+            // Too big to gain from the buffer: straight into the caller's.
+            int64_t got = ReadAt(fd_, out + done, static_cast<size_t>(left), position_);
+            if (got < 0) {
+                FailFromErrno(errno, kReadFailed);
+                return done;
+            }
+            done += static_cast<int32_t>(got);
+            position_ += got;
+            break;
+        }
+        if (!buffer_) buffer_ = std::make_unique<unsigned char[]>(kBufferSize);
+        int64_t got = ReadAt(fd_, buffer_.get(), kBufferSize, position_);
+        bufferStart_ = position_;
+        bufferFill_ = got < 0 ? 0 : static_cast<int32_t>(got);
+        if (got < 0) {
+            FailFromErrno(errno, kReadFailed);
+            return done;
+        }
+        if (got == 0) break;
+    }
+    if (done < n) {
+        Fail(kReadFailed);
+    } else {
+        Succeed();
+    }
+    return done;
+}
+
+int File::Write(const void* buffer, int n) {
+    if (fd_ < 0) return Fail(kNotOpen);
+    if (n < 0 || (!buffer && n > 0)) return Fail(kNotOpen);
+    if (readOnly_) return Fail(kAccessDenied);
+    if (n == 0) {
+        Succeed();
+        return 0;
+    }
+    if (FaultInjection::ShouldFail(FaultInjection::kWrite)) return FailFromErrno(ENOSPC);
+    if (position_ > std::numeric_limits<int64_t>::max() - n) return Fail(kSeekFailed);
+    bool contiguous = writeFill_ == 0 || position_ == writeStart_ + writeFill_;
+    if ((!contiguous || writeFill_ + n > kBufferSize) && !FlushWriteBuffer()) return 0;
+
+    const auto* data = static_cast<const unsigned char*>(buffer);
+    PatchReadBuffer(position_, data, n);
+    if (n >= kBufferSize) {
+        if (!WriteAt(fd_, data, static_cast<size_t>(n), position_)) {
+            return FailFromErrno(errno, kWriteFailed);
+        }
+    } else {
+        if (!writeBuffer_) writeBuffer_ = std::make_unique<unsigned char[]>(kBufferSize);
+        if (writeFill_ == 0) writeStart_ = position_;
+        std::memcpy(writeBuffer_.get() + writeFill_, data, static_cast<size_t>(n));
+        writeFill_ += n;
+    }
+    position_ += n;
+    Succeed();
+    return n;
+}
+
+void File::PatchReadBuffer(int64_t at, const unsigned char* data, int32_t n) {
+    int64_t from = std::max(at, bufferStart_);
+    int64_t to = std::min(at + n, bufferStart_ + bufferFill_);
+    if (from >= to) return;
+    std::memcpy(buffer_.get() + (from - bufferStart_), data + (from - at),
+                static_cast<size_t>(to - from));
+}
+
+bool File::FlushWriteBuffer() {
+    if (writeFill_ == 0) return true;
+    int32_t fill = writeFill_;
+    // The buffered bytes are dropped even when they cannot be written: the
+    // failure is reported once, here, and not again at every later call.
+    writeFill_ = 0;
+    if (FaultInjection::ShouldFail(FaultInjection::kFlush)) return FailFromErrno(ENOSPC);
+    if (!WriteAt(fd_, writeBuffer_.get(), static_cast<size_t>(fill), writeStart_)) {
+        return FailFromErrno(errno, kWriteFailed);
+    }
+    return true;
+}
+
+int32_t File::GetMemory(void** out, int32_t n) {
+    if (!out || n < 0) return Fail(kNotOpen);
+    if (!map_) return Fail(kNotOpen);
+    int64_t available = std::max<int64_t>(0, mapLength_ - position_);
+    auto take = static_cast<int32_t>(std::min<int64_t>(n, available));
+    *out = map_ + std::min(position_, mapLength_);
+    position_ += take;
+    if (take < n) {
+        Fail(kReadFailed);
+    } else {
+        Succeed();
+    }
+    return take;
+}
+
+int32_t File::GetLength() {
+    int64_t length = GetLengthEx();
+    if (length > std::numeric_limits<int32_t>::max()) {
+        Fail(kSeekFailed);
+        return -1;
+    }
+    return static_cast<int32_t>(length);
+}
+
+int64_t File::GetLengthEx() {
+    if (fd_ < 0) {
+        Fail(kNotOpen);
+        return -1;
+    }
+    struct stat st{};
+    if (::fstat(fd_, &st) != 0) {
+        FailFromErrno(errno);
+        return -1;
+    }
+    int64_t length = st.st_size;
+    if (writeFill_ > 0) length = std::max(length, writeStart_ + writeFill_);
+    Succeed();
+    return length;
+}
+
+int File::SetLength(int32_t length) { return SetLengthEx(length); }
+
+int File::SetLengthEx(int64_t length) {
+    if (fd_ < 0) return Fail(kNotOpen);
+    if (readOnly_) return Fail(kAccessDenied);
+    if (length < 0) return Fail(kSeekFailed);
+    if (FaultInjection::ShouldFail(FaultInjection::kWrite)) return FailFromErrno(ENOSPC);
+    if (!FlushWriteBuffer()) return 0;
+    if (::ftruncate(fd_, length) != 0) return FailFromErrno(errno, kWriteFailed);
+    // Bytes past the new end are gone, and bytes added read as zeros, which
+    // the buffer never held.
+    bufferFill_ = static_cast<int32_t>(std::clamp<int64_t>(length - bufferStart_, 0, bufferFill_));
+    return Succeed();
+}
+
+void File::MapIfWorthIt() {
+    struct stat st{};
+    if (::fstat(fd_, &st) != 0 || st.st_size <= 0) return;
+    void* map = ::mmap(nullptr, static_cast<size_t>(st.st_size), PROT_READ, MAP_SHARED, fd_, 0);
+    if (map == MAP_FAILED) return;  // reads then go through the buffer
+    map_ = static_cast<unsigned char*>(map);
+    mapLength_ = st.st_size;
+}
+
+void File::Unmap() {
+    if (map_) ::munmap(map_, static_cast<size_t>(mapLength_));
+    map_ = nullptr;
+    mapLength_ = 0;
+}
+
+bool File::Succeed() {
+    lastError_ = kNoError;
+    return true;
+}
+
+bool File::Fail(Error error) {
+    lastError_ = error;
+    SetLastError(Win32ErrorOfKind(error));
+    return false;
+}
+
+bool File::FailFromErrno(int err, Error otherwise) {
+    lastError_ = KindOfErrno(err, otherwise);
+    SetLastError(Win32ErrorForPath(err, nativePath_.c_str()));
+    return false;
+}
+
+bool FileExists(const wchar_t* path) {
+    struct stat st{};
+    return path && ::stat(NativePath(path).c_str(), &st) == 0 && !S_ISDIR(st.st_mode);
+}
+
+}  // namespace quillet

@@ -1,0 +1,367 @@
+#include "foundation/File.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <numeric>
+#include <string>
+#include <vector>
+
+#include "foundation/Win32Error.h"
+#include "support/TestSupport.h"
+
+namespace quillet {
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+
+Bytes Sequence(size_t n) {
+    Bytes bytes(n);
+    for (size_t i = 0; i < n; ++i) bytes[i] = static_cast<unsigned char>(i * 7 + i / 251);
+    return bytes;
+}
+
+class FileTest : public ::testing::Test {
+protected:
+    std::wstring Path(const std::string& name = "data.bin") const { return dir_.Wide(name); }
+    // A file with the given bytes, made outside the class under test.
+    std::wstring Existing(const Bytes& bytes, const std::string& name = "data.bin") const {
+        test::WriteBytes(dir_ / name, bytes);
+        return Path(name);
+    }
+
+    test::TempDir dir_;
+};
+
+TEST_F(FileTest, ReadAtEndOfFileIsShortAndZeroByteReadsSucceed) {
+    File file(Existing(Sequence(10)).c_str());
+    ASSERT_TRUE(file.Open(1, 1, 1, 0, 0));
+    unsigned char out[16] = {};
+    EXPECT_EQ(file.Read(out, 0), 0);
+    EXPECT_EQ(file.GetLastError(), File::kNoError);
+    EXPECT_EQ(file.Read(out, 16), 10);
+    EXPECT_EQ(file.GetLastError(), File::kReadFailed);
+    EXPECT_EQ(0, std::memcmp(out, Sequence(10).data(), 10));
+    EXPECT_EQ(file.Read(out, 1), 0);
+    EXPECT_EQ(file.GetLastError(), File::kReadFailed);
+    EXPECT_EQ(file.Read(out, 0), 0);
+    EXPECT_EQ(file.GetLastError(), File::kNoError);
+}
+
+TEST_F(FileTest, SetLengthZeroEmptiesAndKeepsThePosition) {
+    File file(Existing(Sequence(100)).c_str());
+    ASSERT_TRUE(file.Open(0, 1, 0, 0, 0));
+    ASSERT_TRUE(file.Seek(40, File::kBegin));
+    ASSERT_TRUE(file.SetLength(0));
+    EXPECT_EQ(file.GetLength(), 0);
+    EXPECT_EQ(file.GetPosition(), 40);
+    unsigned char out[4];
+    EXPECT_EQ(file.Read(out, 4), 0);
+    ASSERT_TRUE(file.Seek(0, File::kBegin));
+    ASSERT_EQ(file.Write("abc", 3), 3);
+    ASSERT_TRUE(file.Close());
+    EXPECT_EQ(test::ReadBytes(dir_ / "data.bin"), (Bytes{'a', 'b', 'c'}));
+}
+
+TEST_F(FileTest, ReadsAfterTruncationSeeTheNewEnd) {
+    Bytes bytes = Sequence(5000);
+    File file(Existing(bytes).c_str());
+    ASSERT_TRUE(file.Open(0, 1, 0, 0, 0));
+    Bytes out(5000);
+    ASSERT_EQ(file.Read(out.data(), 100), 100);  // fills the read buffer
+    ASSERT_TRUE(file.SetLength(1000));
+    ASSERT_TRUE(file.Seek(900, File::kBegin));
+    EXPECT_EQ(file.Read(out.data(), 200), 100);
+    EXPECT_EQ(0, std::memcmp(out.data(), bytes.data() + 900, 100));
+    // Extending adds zeros, not the bytes that were cut.
+    ASSERT_TRUE(file.SetLength(2000));
+    ASSERT_TRUE(file.Seek(1000, File::kBegin));
+    ASSERT_EQ(file.Read(out.data(), 1000), 1000);
+    EXPECT_EQ(std::count(out.begin(), out.begin() + 1000, 0), 1000);
+}
+
+TEST_F(FileTest, TheThreeMoveMethods) {
+    File file(Existing(Sequence(100)).c_str());
+    ASSERT_TRUE(file.Open(1, 1, 1, 0, 0));
+    EXPECT_TRUE(file.Seek(10, File::kBegin));
+    EXPECT_EQ(file.GetPosition(), 10);
+    EXPECT_TRUE(file.Seek(5, File::kCurrent));
+    EXPECT_EQ(file.GetPosition(), 15);
+    EXPECT_TRUE(file.Seek(-3, File::kCurrent));
+    EXPECT_EQ(file.GetPosition(), 12);
+    EXPECT_TRUE(file.Seek(-1, File::kEnd));
+    EXPECT_EQ(file.GetPosition(), 99);
+    unsigned char last = 0;
+    EXPECT_EQ(file.Read(&last, 1), 1);
+    EXPECT_EQ(last, Sequence(100)[99]);
+    // Past the end is a valid position; before the start is not.
+    EXPECT_TRUE(file.Seek(50, File::kEnd));
+    EXPECT_EQ(file.GetPosition(), 150);
+    EXPECT_FALSE(file.Seek(-1, File::kBegin));
+    EXPECT_EQ(file.GetLastError(), File::kSeekFailed);
+    EXPECT_EQ(file.GetPosition(), 150);
+    EXPECT_FALSE(file.Seek(-151, File::kCurrent));
+    EXPECT_FALSE(file.Seek(0, static_cast<File::MoveMethod>(3)));
+}
+
+TEST_F(FileTest, SeeksBeyondFourGigabytes) {
+    const int64_t far = (int64_t{5} << 30) + 123;
+    File file(Path().c_str());
+    ASSERT_TRUE(file.Create(1, 0));
+    ASSERT_TRUE(file.SeekEx(far, File::kBegin));
+    if (file.Write("tail", 4) != 4 || !file.Flush()) {
+        GTEST_SKIP() << "the file system refuses a sparse file of 5 GiB";
+    }
+    EXPECT_EQ(file.GetLengthEx(), far + 4);
+    EXPECT_EQ(file.GetLength(), -1);  // does not fit the 32-bit form
+    ASSERT_TRUE(file.SeekEx(-4, File::kEnd));
+    EXPECT_EQ(file.GetPosition(), far);
+    char out[4];
+    ASSERT_EQ(file.Read(out, 4), 4);
+    EXPECT_EQ(std::string(out, 4), "tail");
+    ASSERT_TRUE(file.SeekEx(-far, File::kCurrent));
+    EXPECT_EQ(file.GetPosition(), 4);
+    EXPECT_FALSE(file.SeekEx(INT64_MAX, File::kEnd));
+    EXPECT_TRUE(file.Delete());
+}
+
+TEST_F(FileTest, BufferedWritesReadBackThroughAnotherFile) {
+    Bytes bytes = Sequence(300000);
+    {
+        File writer(Path().c_str());
+        ASSERT_TRUE(writer.Create(1, 0));
+        for (size_t at = 0; at < bytes.size(); at += 64) {
+            int n = static_cast<int>(std::min<size_t>(64, bytes.size() - at));
+            ASSERT_EQ(writer.Write(bytes.data() + at, n), n);
+        }
+        EXPECT_EQ(writer.GetLengthEx(), 300000);  // counts what is still buffered
+        ASSERT_TRUE(writer.Close());
+    }
+    File reader(Path().c_str());
+    ASSERT_TRUE(reader.Open(1, 1, 1, 0, 0));
+    Bytes out(bytes.size());
+    for (size_t at = 0; at < out.size(); at += 100) {
+        int n = static_cast<int>(std::min<size_t>(100, out.size() - at));
+        ASSERT_EQ(reader.Read(out.data() + at, n), n);
+    }
+    EXPECT_EQ(out, bytes);
+}
+
+TEST_F(FileTest, MixedReadsWritesAndSeeksKeepOneView) {
+    Bytes model = Sequence(200000);
+    File file(Existing(model).c_str());
+    ASSERT_TRUE(file.Open(0, 1, 0, 0, 0));
+    uint32_t state = 12345;
+    auto next = [&state](uint32_t bound) {
+        state = state * 1103515245u + 12345u;
+        return (state >> 8) % bound;
+    };
+    for (int step = 0; step < 3000; ++step) {
+        auto at = static_cast<int64_t>(next(210000));
+        int n = static_cast<int>(next(step % 50 == 0 ? 70000 : 300));
+        ASSERT_TRUE(file.SeekEx(at, File::kBegin));
+        if (next(2) == 0) {
+            Bytes data(static_cast<size_t>(n), static_cast<unsigned char>(step));
+            ASSERT_EQ(file.Write(data.data(), n), n);
+            if (model.size() < static_cast<size_t>(at + n)) model.resize(static_cast<size_t>(at + n));
+            std::copy(data.begin(), data.end(), model.begin() + at);
+        } else {
+            Bytes out(static_cast<size_t>(n));
+            int64_t expected = std::clamp<int64_t>(static_cast<int64_t>(model.size()) - at, 0, n);
+            ASSERT_EQ(file.Read(out.data(), n), expected) << "step " << step;
+            ASSERT_TRUE(std::equal(out.begin(), out.begin() + expected, model.begin() + at))
+                << "step " << step;
+        }
+    }
+    ASSERT_EQ(file.GetLengthEx(), static_cast<int64_t>(model.size()));
+    ASSERT_TRUE(file.Close());
+    EXPECT_EQ(test::ReadBytes(dir_ / "data.bin"), model);
+}
+
+TEST_F(FileTest, ReadOnlyOpensAreMappedAndHandOutMemory) {
+    Bytes bytes = Sequence(1000);
+    File file(Existing(bytes).c_str());
+    ASSERT_TRUE(file.Open(1, 1, 1, 0, 0));
+    ASSERT_TRUE(file.IsMapped());
+    EXPECT_TRUE(file.IsReadOnly());
+    void* memory = nullptr;
+    ASSERT_EQ(file.GetMemory(&memory, 10), 10);
+    EXPECT_EQ(0, std::memcmp(memory, bytes.data(), 10));
+    ASSERT_TRUE(file.Seek(-4, File::kEnd));
+    EXPECT_EQ(file.GetMemory(&memory, 10), 4);
+    EXPECT_EQ(0, std::memcmp(memory, bytes.data() + 996, 4));
+    EXPECT_EQ(file.GetPosition(), 1000);
+    unsigned char out[8];
+    ASSERT_TRUE(file.Seek(500, File::kBegin));
+    ASSERT_EQ(file.Read(out, 8), 8);
+    EXPECT_EQ(0, std::memcmp(out, bytes.data() + 500, 8));
+
+    File writable(Existing(bytes, "other.bin").c_str());
+    ASSERT_TRUE(writable.Open(0, 1, 1, 0, 0));
+    EXPECT_FALSE(writable.IsMapped());
+    EXPECT_EQ(writable.GetMemory(&memory, 1), 0);
+}
+
+TEST_F(FileTest, EmptyFilesAreNotMapped) {
+    File file(Existing({}).c_str());
+    ASSERT_TRUE(file.Open(1, 1, 1, 0, 0));
+    EXPECT_FALSE(file.IsMapped());
+    unsigned char out;
+    EXPECT_EQ(file.Read(&out, 1), 0);
+    EXPECT_EQ(file.GetLastError(), File::kReadFailed);
+}
+
+TEST_F(FileTest, CreateReplacesAnExistingFile) {
+    File file(Existing(Sequence(50)).c_str());
+    ASSERT_TRUE(file.Create(1, 0));
+    EXPECT_EQ(file.GetLength(), 0);
+    EXPECT_FALSE(file.IsReadOnly());
+}
+
+TEST_F(FileTest, WritingAReadOnlyOpenIsAccessDenied) {
+    File file(Existing(Sequence(10)).c_str());
+    ASSERT_TRUE(file.Open(1, 1, 1, 0, 0));
+    EXPECT_EQ(file.Write("x", 1), 0);
+    EXPECT_EQ(file.GetLastError(), File::kAccessDenied);
+    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+    EXPECT_FALSE(file.SetLength(0));
+    EXPECT_EQ(file.GetLastError(), File::kAccessDenied);
+}
+
+TEST_F(FileTest, OpenFailuresLeaveTheObjectClosedAndReusable) {
+    File file(Path("missing.bin").c_str());
+    EXPECT_FALSE(file.Open(1, 1, 1, 0, 0));
+    EXPECT_EQ(file.GetLastError(), File::kNotFound);
+    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+    EXPECT_FALSE(file.IsOpen());
+    ASSERT_TRUE(file.Create(1, 0));
+    EXPECT_TRUE(file.IsOpen());
+    EXPECT_EQ(file.GetLastError(), File::kNoError);
+
+    File inMissingFolder(Path("no/such/folder.bin").c_str());
+    EXPECT_FALSE(inMissingFolder.Open(1, 1, 1, 0, 0));
+    EXPECT_EQ(inMissingFolder.GetLastError(), File::kNotFound);
+    EXPECT_EQ(GetLastError(), ERROR_PATH_NOT_FOUND);
+    EXPECT_FALSE(inMissingFolder.Create(1, 0));
+    EXPECT_EQ(GetLastError(), ERROR_PATH_NOT_FOUND);
+
+    File folder(dir_.path().wstring().c_str());
+    EXPECT_FALSE(folder.Open(1, 1, 1, 0, 0));
+    EXPECT_EQ(folder.GetLastError(), File::kAccessDenied);
+    EXPECT_FALSE(folder.IsOpen());
+}
+
+TEST_F(FileTest, OperationsOnAClosedFileFail) {
+    File file(Path().c_str());
+    unsigned char byte = 0;
+    EXPECT_EQ(file.Read(&byte, 1), 0);
+    EXPECT_EQ(file.GetLastError(), File::kNotOpen);
+    EXPECT_EQ(file.Write(&byte, 1), 0);
+    EXPECT_FALSE(file.Seek(0, File::kBegin));
+    EXPECT_EQ(file.GetLengthEx(), -1);
+    EXPECT_FALSE(file.SetLength(0));
+    EXPECT_FALSE(file.Flush());
+    EXPECT_TRUE(file.Close());
+}
+
+TEST_F(FileTest, PermissionDeniedWhenNotRoot) {
+    if (::geteuid() == 0) GTEST_SKIP() << "permission bits do not deny root";
+    std::wstring path = Existing(Sequence(10));
+    ASSERT_EQ(::chmod((dir_ / "data.bin").c_str(), 0444), 0);
+    File file(path.c_str());
+    EXPECT_FALSE(file.Open(0, 1, 0, 0, 0));
+    EXPECT_EQ(file.GetLastError(), File::kAccessDenied);
+    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+    EXPECT_TRUE(file.Open(1, 1, 1, 0, 0));
+}
+
+TEST_F(FileTest, DeleteClosesAndRemoves) {
+    File file(Path().c_str());
+    ASSERT_TRUE(file.Create(1, 0));
+    ASSERT_EQ(file.Write("abc", 3), 3);
+    EXPECT_TRUE(file.Delete());
+    EXPECT_FALSE(file.IsOpen());
+    EXPECT_FALSE(FileExists(Path().c_str()));
+    EXPECT_FALSE(file.Delete());
+    EXPECT_EQ(file.GetLastError(), File::kNotFound);
+}
+
+TEST_F(FileTest, FileExistsIsFalseForFoldersAndMissingFiles) {
+    EXPECT_TRUE(FileExists(Existing({1}).c_str()));
+    EXPECT_FALSE(FileExists(Path("missing").c_str()));
+    EXPECT_FALSE(FileExists(dir_.path().wstring().c_str()));
+    EXPECT_FALSE(FileExists(nullptr));
+}
+
+TEST_F(FileTest, NonAsciiPathsReachTheSystemAsUtf8) {
+    std::wstring wide = dir_.path().wstring() + L"/\u00E9t\u00E9.dbf";
+    File byWideName(wide.c_str());
+    ASSERT_TRUE(byWideName.Create(1, 0));
+    ASSERT_TRUE(byWideName.Close());
+    EXPECT_TRUE(std::filesystem::exists(dir_ / "\xC3\xA9t\xC3\xA9.dbf"));
+}
+
+// Sharing between two opens of one file in this process.
+class FileSharingTest : public FileTest {};
+
+TEST_F(FileSharingTest, TwoReadersShare) {
+    std::wstring path = Existing(Sequence(10));
+    File first(path.c_str()), second(path.c_str());
+    ASSERT_TRUE(first.Open(1, 1, 1, 0, 0));
+    EXPECT_TRUE(second.Open(1, 1, 1, 0, 0));
+}
+
+TEST_F(FileSharingTest, AnExclusiveWriterExcludesReadersAndIsExcludedByThem) {
+    std::wstring path = Existing(Sequence(10));
+    File writer(path.c_str()), reader(path.c_str());
+    ASSERT_TRUE(writer.Open(0, 1, 0, 0, 0));
+    EXPECT_FALSE(reader.Open(1, 1, 1, 0, 0));
+    EXPECT_EQ(reader.GetLastError(), File::kSharingViolation);
+    EXPECT_EQ(GetLastError(), ERROR_SHARING_VIOLATION);
+    EXPECT_FALSE(reader.IsOpen());
+
+    ASSERT_TRUE(writer.Close());  // the lock goes with Close
+    ASSERT_TRUE(reader.Open(1, 1, 1, 0, 0));
+    EXPECT_FALSE(writer.Open(0, 1, 0, 0, 0));
+    EXPECT_EQ(writer.GetLastError(), File::kSharingViolation);
+    EXPECT_FALSE(writer.Create(1, 0));
+    EXPECT_EQ(writer.GetLastError(), File::kSharingViolation);
+    EXPECT_EQ(test::ReadBytes(dir_ / "data.bin"), Sequence(10));  // Create did not empty it
+}
+
+TEST_F(FileSharingTest, SharingWritersCoexistWithReaders) {
+    std::wstring path = Existing(Sequence(10));
+    File writer(path.c_str()), otherWriter(path.c_str()), reader(path.c_str());
+    ASSERT_TRUE(writer.Open(0, 1, 1, 1, 0));
+    ASSERT_TRUE(otherWriter.Open(0, 1, 1, 0, 0));
+    ASSERT_TRUE(reader.Open(1, 1, 1, 1, 0));
+    EXPECT_FALSE(reader.IsMapped());  // others may write: reads go to the file
+    ASSERT_EQ(writer.Write("Z", 1), 1);
+    ASSERT_TRUE(writer.Flush());
+    char first = 0;
+    ASSERT_EQ(reader.Read(&first, 1), 1);
+    EXPECT_EQ(first, 'Z');
+}
+
+TEST_F(FileSharingTest, ReopeningAnObjectReleasesItsOwnLockFirst) {
+    std::wstring path = Existing(Sequence(10));
+    File file(path.c_str()), other(path.c_str());
+    ASSERT_TRUE(file.Open(0, 1, 0, 0, 0));
+    EXPECT_TRUE(file.Open(0, 1, 0, 0, 0));
+    EXPECT_TRUE(file.Create(1, 0));
+    EXPECT_FALSE(other.Open(1, 1, 1, 0, 0));
+}
+
+TEST_F(FileSharingTest, DestructorReleasesTheLock) {
+    std::wstring path = Existing(Sequence(10));
+    {
+        File writer(path.c_str());
+        ASSERT_TRUE(writer.Open(0, 1, 0, 0, 0));
+    }
+    File reader(path.c_str());
+    EXPECT_TRUE(reader.Open(1, 1, 1, 0, 0));
+}
+
+}  // namespace
+}  // namespace quillet
