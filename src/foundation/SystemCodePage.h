@@ -11,6 +11,11 @@
 // for (mbstowcs, wcstombs, mbtowc, wctomb), with the ANSI code page as the
 // multibyte encoding; the Win32-named ones keep those of the Win32 calls.
 // None of them writes past the room it is given.
+//
+// Bytes that a single-byte code page leaves undefined read as the code point of
+// the same number (0x81 -> U+0081) and write back, so no byte is lost. Wide
+// characters a code page cannot represent become the default character ('?'
+// unless one is given).
 
 #include <cstddef>
 #include <cstdint>
@@ -21,7 +26,14 @@ namespace quillet {
 
 inline constexpr uint32_t CP_ACP = 0;
 inline constexpr uint32_t CP_OEMCP = 1;
+inline constexpr uint32_t CP_MACCP = 2;
+inline constexpr uint32_t CP_THREAD_ACP = 3;
 inline constexpr uint32_t CP_UTF8 = 65001;
+
+// Flags: fail on invalid input instead of putting U+FFFD (MultiByteToWideChar)
+// or the default character (WideCharToMultiByte, UTF-8 only).
+inline constexpr uint32_t MB_ERR_INVALID_CHARS = 0x08;
+inline constexpr uint32_t WC_ERR_INVALID_CHARS = 0x80;
 
 namespace sys {
 
@@ -41,7 +53,10 @@ QUILLET_EXPORT int wctomb(char* dst, wchar_t ch);
 
 // codePage: CP_ACP, CP_OEMCP, CP_UTF8 or a code page number. srcLength -1
 // means "through the terminator, which is converted too". dstSize 0 asks for
-// the size needed. Returns the units written (or needed), 0 on failure.
+// the size needed. Returns the units written (or needed), 0 on failure with the
+// thread's last error: ERROR_INSUFFICIENT_BUFFER when dst is too small,
+// ERROR_NO_UNICODE_TRANSLATION for invalid input under the flags above,
+// ERROR_INVALID_PARAMETER for bad arguments or a code page the system lacks.
 QUILLET_EXPORT int MultiByteToWideChar(uint32_t codePage, uint32_t flags, const char* src,
                                        int srcLength, wchar_t* dst, int dstSize);
 QUILLET_EXPORT int WideCharToMultiByte(uint32_t codePage, uint32_t flags, const wchar_t* src,

@@ -1,0 +1,486 @@
+#include "foundation/SystemCodePage.h"
+
+#include <iconv.h>
+
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <cwchar>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "foundation/Locale.h"
+#include "foundation/Utf8.h"
+#include "foundation/Win32Error.h"
+
+namespace quillet {
+
+namespace {
+
+enum class Status { kOk, kInvalid, kNoRoom };
+
+// How far a conversion got: source units consumed and destination units
+// written (or, when there is no destination, needed).
+struct Progress {
+    Status status = Status::kOk;
+    size_t in = 0;
+    size_t out = 0;
+};
+
+// What to do with a wide character the code page cannot represent.
+struct Fallback {
+    bool strict = false;  // stop with kInvalid
+    char byte = '?';      // otherwise write this
+    bool used = false;    // set when `byte` was written
+};
+
+// A conversion between one code page and wide characters. Decode stops at the
+// first invalid sequence when `strict`, else puts U+FFFD for it. A null
+// destination only counts.
+class Codec {
+public:
+    virtual ~Codec() = default;
+    virtual Progress Decode(const char* src, size_t n, wchar_t* dst, size_t room,
+                            bool strict) const = 0;
+    virtual Progress Encode(const wchar_t* src, size_t n, char* dst, size_t room,
+                            Fallback& fallback) const = 0;
+};
+
+// A single-byte code page as two tables: byte -> wide, and wide -> byte through
+// 256-entry pages indexed by the high byte of the code point (page 0 of
+// pages_ is the shared empty page).
+class SingleByteCodec final : public Codec {
+public:
+    explicit SingleByteCodec(const std::array<wchar_t, 256>& toWide) : toWide_(toWide) {
+        pages_.emplace_back();
+        pages_[0].fill(-1);
+        pageOf_.fill(0);
+        for (int b = 0; b < 256; ++b) {
+            auto cp = static_cast<uint32_t>(toWide_[b]);
+            if (cp > 0xFFFF) continue;
+            uint8_t& page = pageOf_[cp >> 8];
+            if (page == 0) {
+                page = static_cast<uint8_t>(pages_.size());
+                pages_.push_back(pages_[0]);
+            }
+            int16_t& slot = pages_[page][cp & 0xFF];
+            if (slot < 0) slot = static_cast<int16_t>(b);
+        }
+    }
+
+    Progress Decode(const char* src, size_t n, wchar_t* dst, size_t room,
+                    bool) const override {
+        if (!dst) return {Status::kOk, n, n};
+        size_t count = n < room ? n : room;
+        for (size_t i = 0; i < count; ++i) dst[i] = toWide_[static_cast<unsigned char>(src[i])];
+        return {count < n ? Status::kNoRoom : Status::kOk, count, count};
+    }
+
+    Progress Encode(const wchar_t* src, size_t n, char* dst, size_t room,
+                    Fallback& fallback) const override {
+        Progress p;
+        for (; p.in < n; ++p.in) {
+            int byte = Lookup(src[p.in]);
+            if (byte < 0) {
+                if (fallback.strict) return {Status::kInvalid, p.in, p.out};
+                fallback.used = true;
+                byte = static_cast<unsigned char>(fallback.byte);
+            }
+            if (dst) {
+                if (p.out == room) return {Status::kNoRoom, p.in, p.out};
+                dst[p.out] = static_cast<char>(byte);
+            }
+            ++p.out;
+        }
+        return p;
+    }
+
+private:
+    int Lookup(wchar_t wc) const {
+        auto cp = static_cast<uint32_t>(wc);
+        return cp > 0xFFFF ? -1 : pages_[pageOf_[cp >> 8]][cp & 0xFF];
+    }
+
+    std::array<wchar_t, 256> toWide_;
+    std::array<uint8_t, 256> pageOf_;
+    std::vector<std::array<int16_t, 256>> pages_;
+};
+
+class Utf8Codec final : public Codec {
+public:
+    Progress Decode(const char* src, size_t n, wchar_t* dst, size_t room,
+                    bool strict) const override {
+        const auto* s = reinterpret_cast<const unsigned char*>(src);
+        Progress p;
+        while (p.in < n) {
+            char32_t cp = 0;
+            size_t used = utf8::DecodeOne(s + p.in, n - p.in, cp);
+            if (used == 0) {
+                if (strict) return {Status::kInvalid, p.in, p.out};
+                cp = utf8::kReplacement;
+                used = 1;
+            }
+            if (dst) {
+                if (p.out == room) return {Status::kNoRoom, p.in, p.out};
+                dst[p.out] = static_cast<wchar_t>(cp);
+            }
+            ++p.out;
+            p.in += used;
+        }
+        return p;
+    }
+
+    Progress Encode(const wchar_t* src, size_t n, char* dst, size_t room,
+                    Fallback& fallback) const override {
+        Progress p;
+        char bytes[4];
+        for (; p.in < n; ++p.in) {
+            auto cp = static_cast<char32_t>(src[p.in]);
+            if (!utf8::IsScalar(cp)) {
+                if (fallback.strict) return {Status::kInvalid, p.in, p.out};
+                fallback.used = true;
+                cp = utf8::kReplacement;
+            }
+            size_t length = utf8::EncodeOne(cp, bytes);
+            if (dst) {
+                if (room - p.out < length) return {Status::kNoRoom, p.in, p.out};
+                std::memcpy(dst + p.out, bytes, length);
+            }
+            p.out += length;
+        }
+        return p;
+    }
+};
+
+// iconv_open's failure value.
+const iconv_t kNoDescriptor = reinterpret_cast<iconv_t>(-1);
+
+// One iconv descriptor, closed with the object.
+class IconvHandle {
+public:
+    IconvHandle(const char* to, const char* from) : cd_(iconv_open(to, from)) {}
+    ~IconvHandle() {
+        if (cd_ != kNoDescriptor) iconv_close(cd_);
+    }
+    IconvHandle(const IconvHandle&) = delete;
+    IconvHandle& operator=(const IconvHandle&) = delete;
+
+    bool ok() const { return cd_ != kNoDescriptor; }
+    void ResetState() const { iconv(cd_, nullptr, nullptr, nullptr, nullptr); }
+    // Converts as much as fits; returns iconv's result.
+    size_t Convert(const char*& in, size_t& inLeft, char*& out, size_t& outLeft) const {
+        return iconv(cd_, const_cast<char**>(&in), &inLeft, &out, &outLeft);
+    }
+    // Writes what returns the output to its initial shift state.
+    size_t Unshift(char*& out, size_t& outLeft) const {
+        return iconv(cd_, nullptr, nullptr, &out, &outLeft);
+    }
+
+private:
+    iconv_t cd_;
+};
+
+// A multi-byte code page through iconv. Descriptors carry conversion state, so
+// each thread gets its own pair.
+class IconvCodec final : public Codec {
+public:
+    explicit IconvCodec(std::string name) : name_(std::move(name)) {}
+
+    Progress Decode(const char* src, size_t n, wchar_t* dst, size_t room,
+                    bool strict) const override {
+        const IconvHandle& cd = Descriptors().toWide;
+        cd.ResetState();
+        wchar_t scratch[256];
+        Progress p;
+        const char* in = src;
+        size_t inLeft = n;
+        while (inLeft > 0) {
+            wchar_t* start = dst ? dst + p.out : scratch;
+            size_t roomLeft = dst ? room - p.out : std::size(scratch);
+            char* out = reinterpret_cast<char*>(start);
+            size_t outLeft = roomLeft * sizeof(wchar_t);
+            size_t result = cd.Convert(in, inLeft, out, outLeft);
+            int err = errno;
+            p.out += roomLeft - outLeft / sizeof(wchar_t);
+            p.in = n - inLeft;
+            if (result != static_cast<size_t>(-1)) break;
+            if (err == E2BIG) {
+                if (dst) return {Status::kNoRoom, p.in, p.out};
+                continue;
+            }
+            // EILSEQ, or EINVAL for a sequence cut short at the end.
+            if (strict) return {Status::kInvalid, p.in, p.out};
+            if (dst) {
+                if (p.out == room) return {Status::kNoRoom, p.in, p.out};
+                dst[p.out] = static_cast<wchar_t>(utf8::kReplacement);
+            }
+            ++p.out;
+            ++in;
+            --inLeft;
+            cd.ResetState();
+        }
+        return p;
+    }
+
+    Progress Encode(const wchar_t* src, size_t n, char* dst, size_t room,
+                    Fallback& fallback) const override {
+        const IconvHandle& cd = Descriptors().fromWide;
+        cd.ResetState();
+        char scratch[1024];
+        Progress p;
+        const char* in = reinterpret_cast<const char*>(src);
+        size_t inLeft = n * sizeof(wchar_t);
+        // After the input, iconv returns a stateful encoding to its initial
+        // shift state, which may write bytes too.
+        bool unshifted = false;
+        while (!unshifted) {
+            char* start = dst ? dst + p.out : scratch;
+            size_t roomLeft = dst ? room - p.out : sizeof(scratch);
+            char* out = start;
+            size_t outLeft = roomLeft;
+            size_t result;
+            if (inLeft > 0) {
+                result = cd.Convert(in, inLeft, out, outLeft);
+            } else {
+                result = cd.Unshift(out, outLeft);
+                unshifted = result != static_cast<size_t>(-1);
+            }
+            int err = errno;
+            p.out += roomLeft - outLeft;
+            p.in = n - inLeft / sizeof(wchar_t);
+            if (result != static_cast<size_t>(-1)) continue;
+            if (err == E2BIG) {
+                if (dst) return {Status::kNoRoom, p.in, p.out};
+                continue;
+            }
+            if (fallback.strict) return {Status::kInvalid, p.in, p.out};
+            fallback.used = true;
+            if (dst) {
+                if (p.out == room) return {Status::kNoRoom, p.in, p.out};
+                dst[p.out] = fallback.byte;
+            }
+            ++p.out;
+            in += sizeof(wchar_t);
+            inLeft -= sizeof(wchar_t);
+        }
+        return p;
+    }
+
+private:
+    struct Pair {
+        explicit Pair(const std::string& name)
+            : toWide("WCHAR_T", name.c_str()), fromWide(name.c_str(), "WCHAR_T") {}
+        IconvHandle toWide;
+        IconvHandle fromWide;
+    };
+
+    const Pair& Descriptors() const {
+        thread_local std::unordered_map<const IconvCodec*, std::unique_ptr<Pair>> perThread;
+        std::unique_ptr<Pair>& pair = perThread[this];
+        if (!pair) pair = std::make_unique<Pair>(name_);
+        return *pair;
+    }
+
+    std::string name_;
+};
+
+// glibc's name of a Windows code page number.
+std::string IconvName(uint32_t codePage) {
+    switch (codePage) {
+        case 20127: return "ASCII";
+        case 20866: return "KOI8-R";
+        case 21866: return "KOI8-U";
+        case 10000: return "MACINTOSH";
+        case 20932:
+        case 51932: return "EUC-JP";
+        case 51949: return "EUC-KR";
+        case 54936: return "GB18030";
+        case 50220:
+        case 50221:
+        case 50222: return "ISO-2022-JP";
+        case 50225: return "ISO-2022-KR";
+        case 65000: return "UTF-7";
+        default: break;
+    }
+    if (codePage >= 28591 && codePage <= 28606) return "ISO-8859-" + std::to_string(codePage - 28590);
+    return "CP" + std::to_string(codePage);
+}
+
+// Reads every byte through iconv. A code page in which some byte only starts
+// a sequence is multi-byte, and gets no table.
+std::unique_ptr<Codec> MakeCodec(uint32_t codePage) {
+    if (codePage == CP_UTF8) return std::make_unique<Utf8Codec>();
+    std::string name = IconvName(codePage);
+    IconvHandle cd("WCHAR_T", name.c_str());
+    if (!cd.ok()) return nullptr;
+    std::array<wchar_t, 256> toWide{};
+    for (int b = 0; b < 256; ++b) {
+        char byte = static_cast<char>(b);
+        const char* in = &byte;
+        size_t inLeft = 1;
+        wchar_t wc = 0;
+        char* out = reinterpret_cast<char*>(&wc);
+        size_t outLeft = sizeof(wc);
+        cd.ResetState();
+        size_t result = cd.Convert(in, inLeft, out, outLeft);
+        if (result == static_cast<size_t>(-1) && errno == EINVAL) {
+            return std::make_unique<IconvCodec>(std::move(name));
+        }
+        bool converted = result != static_cast<size_t>(-1) && outLeft == 0;
+        toWide[b] = converted ? wc : static_cast<wchar_t>(b);
+    }
+    return std::make_unique<SingleByteCodec>(toWide);
+}
+
+uint32_t ResolveCodePage(uint32_t codePage) {
+    switch (codePage) {
+        case CP_ACP:
+        case CP_THREAD_ACP: return GetACP();
+        case CP_OEMCP: return GetOEMCP();
+        case CP_MACCP: return 10000;
+        default: return codePage;
+    }
+}
+
+// The codec of a code page, built once and kept for the life of the process
+// (null for a code page the system lacks). The last one asked is remembered
+// per thread, since conversions come in long runs of the same code page.
+const Codec* CodecFor(uint32_t codePage) {
+    thread_local uint32_t lastCodePage = UINT32_MAX;
+    thread_local const Codec* last = nullptr;
+    codePage = ResolveCodePage(codePage);
+    if (codePage == lastCodePage) return last;
+
+    static std::mutex mutex;
+    // Never destroyed: conversions may still run while statics are torn down.
+    static auto* codecs = new std::unordered_map<uint32_t, std::unique_ptr<Codec>>();
+    std::lock_guard<std::mutex> lock(mutex);
+    auto found = codecs->find(codePage);
+    if (found == codecs->end()) found = codecs->emplace(codePage, MakeCodec(codePage)).first;
+    lastCodePage = codePage;
+    last = found->second.get();
+    return last;
+}
+
+constexpr size_t kFailed = static_cast<size_t>(-1);
+
+}  // namespace
+
+namespace sys {
+
+size_t mbstowcs(wchar_t* dst, const char* src, size_t n) {
+    const Codec* codec = CodecFor(CP_ACP);
+    if (!src || !codec) return kFailed;
+    Progress p = codec->Decode(src, std::strlen(src), dst, n, true);
+    if (p.status == Status::kInvalid) return kFailed;
+    if (dst && p.out < n) dst[p.out] = L'\0';
+    return p.out;
+}
+
+size_t wcstombs(char* dst, const wchar_t* src, size_t n) {
+    const Codec* codec = CodecFor(CP_ACP);
+    if (!src || !codec) return kFailed;
+    Fallback strict{true};
+    Progress p = codec->Encode(src, std::wcslen(src), dst, n, strict);
+    if (p.status == Status::kInvalid) return kFailed;
+    if (dst && p.out < n) dst[p.out] = '\0';
+    return p.out;
+}
+
+int mbtowc(wchar_t* dst, const char* src, size_t n) {
+    if (!src) return 0;
+    if (n == 0) return -1;
+    wchar_t wc = 0;
+    if (*src == '\0') {
+        if (dst) *dst = L'\0';
+        return 0;
+    }
+    const Codec* codec = CodecFor(CP_ACP);
+    if (!codec) return -1;
+    Progress p = codec->Decode(src, n, &wc, 1, true);
+    if (p.status == Status::kInvalid || p.out != 1) return -1;
+    if (dst) *dst = wc;
+    return static_cast<int>(p.in);
+}
+
+int wctomb(char* dst, wchar_t ch) {
+    if (!dst) return 0;
+    const Codec* codec = CodecFor(CP_ACP);
+    if (!codec) return -1;
+    Fallback strict{true};
+    Progress p = codec->Encode(&ch, 1, dst, 8, strict);
+    return p.status == Status::kOk ? static_cast<int>(p.out) : -1;
+}
+
+}  // namespace sys
+
+namespace {
+
+// The Win32 result of a conversion: the units, or 0 and the last error.
+int Finish(const Progress& p, uint32_t invalidError) {
+    switch (p.status) {
+        case Status::kOk:
+            if (p.out <= INT_MAX) return static_cast<int>(p.out);
+            SetLastError(ERROR_INSUFFICIENT_BUFFER);
+            return 0;
+        case Status::kNoRoom: SetLastError(ERROR_INSUFFICIENT_BUFFER); return 0;
+        case Status::kInvalid: SetLastError(invalidError); return 0;
+    }
+    return 0;
+}
+
+// The codec of a Win32-named call, or null (and the last error set) when the
+// arguments are bad or the system lacks the code page.
+const Codec* CodecForCall(uint32_t codePage, const void* src, int srcLength, const void* dst,
+                          int dstSize) {
+    bool valid = src && srcLength != 0 && srcLength >= -1 && dstSize >= 0 && (dstSize == 0 || dst);
+    const Codec* codec = valid ? CodecFor(codePage) : nullptr;
+    if (!codec) SetLastError(ERROR_INVALID_PARAMETER);
+    return codec;
+}
+
+}  // namespace
+
+int MultiByteToWideChar(uint32_t codePage, uint32_t flags, const char* src, int srcLength,
+                        wchar_t* dst, int dstSize) {
+    const Codec* codec = CodecForCall(codePage, src, srcLength, dst, dstSize);
+    if (!codec) return 0;
+    size_t n = srcLength == -1 ? std::strlen(src) + 1 : static_cast<size_t>(srcLength);
+    Progress p = codec->Decode(src, n, dstSize ? dst : nullptr, static_cast<size_t>(dstSize),
+                               (flags & MB_ERR_INVALID_CHARS) != 0);
+    return Finish(p, ERROR_NO_UNICODE_TRANSLATION);
+}
+
+int WideCharToMultiByte(uint32_t codePage, uint32_t flags, const wchar_t* src, int srcLength,
+                        char* dst, int dstSize, const char* defaultChar, int* usedDefault) {
+    const Codec* codec = CodecForCall(codePage, src, srcLength, dst, dstSize);
+    if (!codec) return 0;
+    size_t n = srcLength == -1 ? std::wcslen(src) + 1 : static_cast<size_t>(srcLength);
+    Fallback fallback;
+    fallback.strict = (flags & WC_ERR_INVALID_CHARS) != 0;
+    if (defaultChar) fallback.byte = *defaultChar;
+    Progress p = codec->Encode(src, n, dstSize ? dst : nullptr, static_cast<size_t>(dstSize),
+                               fallback);
+    if (usedDefault) *usedDefault = fallback.used ? 1 : 0;
+    return Finish(p, ERROR_NO_UNICODE_TRANSLATION);
+}
+
+int OemToCharBuffW(const char* src, wchar_t* dst, uint32_t length) {
+    if (length == 0) return 1;
+    if (length > INT_MAX) return 0;
+    int n = static_cast<int>(length);
+    return MultiByteToWideChar(CP_OEMCP, 0, src, n, dst, n) > 0;
+}
+
+int CharToOemBuffW(const wchar_t* src, char* dst, uint32_t length) {
+    if (length == 0) return 1;
+    if (length > INT_MAX) return 0;
+    int n = static_cast<int>(length);
+    return WideCharToMultiByte(CP_OEMCP, 0, src, n, dst, n, nullptr, nullptr) > 0;
+}
+
+}  // namespace quillet

@@ -1,0 +1,189 @@
+// The Win32-named calls of the platform layer and the error numbers that
+// callers rely on.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "foundation/DebugOutput.h"
+#include "foundation/InstallDir.h"
+#include "foundation/Win32Error.h"
+#include "foundation/Win32File.h"
+#include "support/ScopedEnv.h"
+#include "support/TestSupport.h"
+
+namespace quillet {
+namespace {
+
+using test::ScopedEnv;
+
+TEST(Win32ErrorTest, ErrnoMappingsCallersRelyOn) {
+    EXPECT_EQ(Win32ErrorFromErrno(0), ERROR_SUCCESS);
+    EXPECT_EQ(Win32ErrorFromErrno(ENOENT), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(Win32ErrorFromErrno(ENOTDIR), ERROR_PATH_NOT_FOUND);
+    EXPECT_EQ(Win32ErrorFromErrno(EACCES), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(Win32ErrorFromErrno(EROFS), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(Win32ErrorFromErrno(EAGAIN), ERROR_SHARING_VIOLATION);
+    EXPECT_EQ(Win32ErrorFromErrno(ENOSPC), ERROR_DISK_FULL);
+    EXPECT_EQ(Win32ErrorFromErrno(EEXIST), ERROR_FILE_EXISTS);
+    EXPECT_EQ(Win32ErrorFromErrno(EMFILE), ERROR_TOO_MANY_OPEN_FILES);
+    EXPECT_EQ(Win32ErrorFromErrno(EIO), ERROR_GEN_FAILURE);
+}
+
+TEST(Win32ErrorTest, LastErrorIsPerThread) {
+    SetLastError(ERROR_DISK_FULL);
+    uint32_t seen = 1;
+    std::thread([&seen] { seen = GetLastError(); }).join();
+    EXPECT_EQ(seen, ERROR_SUCCESS);
+    EXPECT_EQ(GetLastError(), ERROR_DISK_FULL);
+}
+
+class Win32FileTest : public ::testing::Test {
+protected:
+    std::wstring Path(const std::string& name) const { return dir_.Wide(name); }
+    test::TempDir dir_;
+};
+
+TEST_F(Win32FileTest, DeleteFileReportsMissingFileAndFolder) {
+    test::WriteBytes(dir_ / "a", {1});
+    EXPECT_TRUE(DeleteFileW(Path("a").c_str()));
+    EXPECT_FALSE(DeleteFileW(Path("a").c_str()));
+    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+    EXPECT_FALSE(DeleteFileW(Path("no/such").c_str()));
+    EXPECT_EQ(GetLastError(), ERROR_PATH_NOT_FOUND);
+    EXPECT_FALSE(DeleteFileW(dir_.path().wstring().c_str()));
+    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+}
+
+TEST_F(Win32FileTest, MoveFileRefusesAnExistingTarget) {
+    test::WriteBytes(dir_ / "from", {1, 2});
+    test::WriteBytes(dir_ / "to", {3});
+    EXPECT_FALSE(MoveFileW(Path("from").c_str(), Path("to").c_str()));
+    EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
+    EXPECT_EQ(test::ReadBytes(dir_ / "to"), (std::vector<unsigned char>{3}));
+    ASSERT_TRUE(DeleteFileW(Path("to").c_str()));
+    EXPECT_TRUE(MoveFileW(Path("from").c_str(), Path("to").c_str()));
+    EXPECT_EQ(test::ReadBytes(dir_ / "to"), (std::vector<unsigned char>{1, 2}));
+    EXPECT_EQ(dir_.Files(), std::vector<std::string>{"to"});
+    EXPECT_FALSE(MoveFileW(Path("from").c_str(), Path("other").c_str()));
+    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+}
+
+TEST_F(Win32FileTest, CopyFileOverwritesUnlessAskedNotTo) {
+    std::vector<unsigned char> bytes(200000);
+    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<unsigned char>(i % 253);
+    test::WriteBytes(dir_ / "from", bytes);
+    test::WriteBytes(dir_ / "to", {9});
+    EXPECT_FALSE(CopyFileW(Path("from").c_str(), Path("to").c_str(), 1));
+    EXPECT_EQ(GetLastError(), ERROR_FILE_EXISTS);
+    EXPECT_TRUE(CopyFileW(Path("from").c_str(), Path("to").c_str(), 0));
+    EXPECT_EQ(test::ReadBytes(dir_ / "to"), bytes);
+    EXPECT_FALSE(CopyFileW(Path("missing").c_str(), Path("x").c_str(), 0));
+    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+    EXPECT_FALSE(CopyFileW(Path("from").c_str(), Path("no/such").c_str(), 0));
+    EXPECT_EQ(GetLastError(), ERROR_PATH_NOT_FOUND);
+}
+
+TEST_F(Win32FileTest, TempPathComesFromTmpdirWithATrailingSlash) {
+    ScopedEnv tmpdir("TMPDIR", "/var/tmp");
+    wchar_t buffer[64];
+    EXPECT_EQ(GetTempPathW(64, buffer), 9u);
+    EXPECT_STREQ(buffer, L"/var/tmp/");
+    EXPECT_EQ(GetTempPathW(5, buffer), 10u);  // the room needed
+    ScopedEnv unset("TMPDIR", nullptr);
+    EXPECT_EQ(GetTempPathW(64, buffer), 5u);
+    EXPECT_STREQ(buffer, L"/tmp/");
+}
+
+TEST_F(Win32FileTest, TempFileNamesAreUniqueAndCreated) {
+    std::wstring folder = dir_.path().wstring();
+    std::set<std::wstring> names;
+    for (int i = 0; i < 200; ++i) {
+        wchar_t name[4096];
+        uint32_t number = GetTempFileNameW(folder.c_str(), L"QUILLET", 0, name);
+        ASSERT_NE(number, 0u);
+        EXPECT_EQ(std::wstring(name).rfind(folder + L"/QUI", 0), 0u) << "prefix cut to 3";
+        names.insert(name);
+    }
+    EXPECT_EQ(names.size(), 200u);
+    EXPECT_EQ(dir_.Files().size(), 200u);  // each one created, empty
+}
+
+TEST_F(Win32FileTest, TempFileNameWithAGivenNumberCreatesNothing) {
+    wchar_t name[4096];
+    std::wstring folder = dir_.path().wstring() + L"/";
+    EXPECT_EQ(GetTempFileNameW(folder.c_str(), L"ab", 0x1F, name), 0x1Fu);
+    EXPECT_EQ(std::wstring(name), folder + L"ab1F.tmp");
+    EXPECT_TRUE(dir_.Files().empty());
+    EXPECT_EQ(GetTempFileNameW(Path("no/such").c_str(), L"ab", 0, name), 0u);
+    EXPECT_EQ(GetLastError(), ERROR_PATH_NOT_FOUND);
+}
+
+TEST_F(Win32FileTest, ModificationTimeOfAFile) {
+    test::WriteBytes(dir_ / "a", {1});
+    int64_t nanoseconds = 0;
+    ASSERT_TRUE(GetFileModificationTime(Path("a").c_str(), nanoseconds));
+    EXPECT_GT(nanoseconds, int64_t{1600000000} * 1000000000);
+    EXPECT_FALSE(GetFileModificationTime(Path("b").c_str(), nanoseconds));
+    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+}
+
+TEST(NativePathTest, WidePathsBecomeUtf8) {
+    EXPECT_EQ(NativePath(L"/tmp/\u00E9\u4E2D"), "/tmp/\xC3\xA9\xE4\xB8\xAD");
+    EXPECT_EQ(NativePath(nullptr), "");
+}
+
+TEST(DebugOutputTest, AnInstalledSinkGetsTheExactMessages) {
+    std::vector<std::wstring> messages;
+    DebugSink previous = SetDebugOutputSink([&messages](const wchar_t* m) { messages.push_back(m); });
+    OutputDebugStringW(L"QueryInterface on X failed: 80004003\n");
+    OutputDebugStringW(nullptr);
+    SetDebugOutputSink(previous);
+    OutputDebugStringW(L"not captured");
+    EXPECT_EQ(messages, std::vector<std::wstring>{L"QueryInterface on X failed: 80004003\n"});
+}
+
+TEST(DebugOutputTest, DefaultSinkPrintsOnlyWhenAskedTo) {
+    ScopedEnv off("QUILLET_DEBUG", nullptr);
+    testing::internal::CaptureStderr();
+    OutputDebugStringW(L"quiet");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    ScopedEnv on("QUILLET_DEBUG", "1");
+    testing::internal::CaptureStderr();
+    OutputDebugStringW(L"caf\u00E9\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "caf\xC3\xA9\n");
+}
+
+TEST(InstallDirTest, HomeFromTheEnvironmentComesFirst) {
+    ScopedEnv home("QUILLET_HOME", "/opt/q");
+    EXPECT_EQ(QovaSxS::GetCurrentInstallDir(), L"/opt/q");
+}
+
+TEST(InstallDirTest, ABuildTreeFindsTheRepositoryTables) {
+    ScopedEnv home("QUILLET_HOME", nullptr);
+    std::wstring dir = QovaSxS::GetCurrentInstallDir();
+    ASSERT_FALSE(dir.empty());
+    EXPECT_TRUE(std::filesystem::is_directory(std::filesystem::path(dir) / "locale" / "codepage"));
+}
+
+TEST(InstallDirTest, ModuleFileNameIsAnAbsolutePath) {
+    wchar_t buffer[4096];
+    uint32_t length = GetModuleFileNameW(GetModuleHandleW(L"Quillet.dll"), buffer, 4096);
+    ASSERT_GT(length, 0u);
+    EXPECT_EQ(buffer[0], L'/');
+    EXPECT_EQ(std::wstring(buffer).size(), length);
+    EXPECT_EQ(GetModuleHandleW(nullptr), nullptr);
+    EXPECT_GT(GetModuleFileNameW(nullptr, buffer, 4096), 0u);
+
+    wchar_t small[4];
+    EXPECT_EQ(GetModuleFileNameW(nullptr, small, 4), 4u);
+    EXPECT_EQ(small[3], L'\0');
+    EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+}
+
+}  // namespace
+}  // namespace quillet
