@@ -1,0 +1,79 @@
+#pragma once
+
+// Helpers of the code page tests: locales and table folders switched through
+// the environment for the length of a scope.
+
+#include <cstdlib>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "support/TestSupport.h"
+
+namespace quillet::test {
+
+// Sets (or, with nullopt, unsets) an environment variable and restores it.
+class ScopedEnv {
+public:
+    ScopedEnv(const char* name, std::optional<std::string> value) : name_(name) {
+        if (const char* old = std::getenv(name)) old_ = old;
+        if (value) {
+            setenv(name, value->c_str(), 1);
+        } else {
+            unsetenv(name);
+        }
+    }
+    ~ScopedEnv() {
+        if (old_) {
+            setenv(name_, old_->c_str(), 1);
+        } else {
+            unsetenv(name_);
+        }
+    }
+    ScopedEnv(const ScopedEnv&) = delete;
+    ScopedEnv& operator=(const ScopedEnv&) = delete;
+
+private:
+    const char* name_;
+    std::optional<std::string> old_;
+};
+
+// A locale: language id, country id, ANSI and OEM code pages.
+class ScopedLocale {
+public:
+    ScopedLocale(int language, int country, int ansi, int oem)
+        : language_("QUILLET_LANGID", std::to_string(language)),
+          country_("QUILLET_COUNTRYID", std::to_string(country)),
+          ansi_("QUILLET_ACP", std::to_string(ansi)),
+          oem_("QUILLET_OEMCP", std::to_string(oem)) {}
+
+private:
+    ScopedEnv language_, country_, ansi_, oem_;
+};
+
+inline ScopedLocale English() { return {9, 1, 1252, 437}; }
+
+// An install folder of our own: QUILLET_HOME points at a temporary folder
+// whose locale/codepage holds only the files a test writes.
+class ScopedTableHome {
+public:
+    ScopedTableHome() : home_("QUILLET_HOME", dir_.path().string()) {
+        std::filesystem::create_directories(Folder());
+    }
+    std::filesystem::path Folder() const { return dir_.path() / "locale" / "codepage"; }
+    void Write(const std::string& name, const std::string& text) const {
+        WriteBytes(Folder() / name, std::vector<unsigned char>(text.begin(), text.end()));
+    }
+    // Copies a shipped table file into the folder.
+    void CopyShipped(const std::string& name) const;
+
+private:
+    TempDir dir_;
+    ScopedEnv home_;
+};
+
+// The repository's folder of shipped table files.
+std::filesystem::path ShippedTables();
+
+}  // namespace quillet::test
