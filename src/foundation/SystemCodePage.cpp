@@ -84,16 +84,14 @@ public:
                     Fallback& fallback) const override {
         Progress p;
         for (; p.in < n; ++p.in) {
+            if (dst && p.out == room) return {Status::kNoRoom, p.in, p.out};
             int byte = Lookup(src[p.in]);
             if (byte < 0) {
                 if (fallback.strict) return {Status::kInvalid, p.in, p.out};
                 fallback.used = true;
                 byte = static_cast<unsigned char>(fallback.byte);
             }
-            if (dst) {
-                if (p.out == room) return {Status::kNoRoom, p.in, p.out};
-                dst[p.out] = static_cast<char>(byte);
-            }
+            if (dst) dst[p.out] = static_cast<char>(byte);
             ++p.out;
         }
         return p;
@@ -117,17 +115,15 @@ public:
         const auto* s = reinterpret_cast<const unsigned char*>(src);
         Progress p;
         while (p.in < n) {
-            char32_t cp = 0;
-            size_t used = utf8::DecodeOne(s + p.in, n - p.in, cp);
+            if (dst && p.out == room) return {Status::kNoRoom, p.in, p.out};
+            char32_t cp = s[p.in];
+            size_t used = cp < 0x80 ? 1 : utf8::DecodeOne(s + p.in, n - p.in, cp);
             if (used == 0) {
                 if (strict) return {Status::kInvalid, p.in, p.out};
                 cp = utf8::kReplacement;
                 used = 1;
             }
-            if (dst) {
-                if (p.out == room) return {Status::kNoRoom, p.in, p.out};
-                dst[p.out] = static_cast<wchar_t>(cp);
-            }
+            if (dst) dst[p.out] = static_cast<wchar_t>(cp);
             ++p.out;
             p.in += used;
         }
@@ -139,6 +135,7 @@ public:
         Progress p;
         char bytes[4];
         for (; p.in < n; ++p.in) {
+            if (dst && p.out == room) return {Status::kNoRoom, p.in, p.out};
             auto cp = static_cast<char32_t>(src[p.in]);
             if (!utf8::IsScalar(cp)) {
                 if (fallback.strict) return {Status::kInvalid, p.in, p.out};
@@ -394,17 +391,24 @@ size_t wcstombs(char* dst, const wchar_t* src, size_t n) {
 int mbtowc(wchar_t* dst, const char* src, size_t n) {
     if (!src) return 0;
     if (n == 0) return -1;
-    wchar_t wc = 0;
     if (*src == '\0') {
         if (dst) *dst = L'\0';
         return 0;
     }
     const Codec* codec = CodecFor(CP_ACP);
     if (!codec) return -1;
-    Progress p = codec->Decode(src, n, &wc, 1, true);
-    if (p.status == Status::kInvalid || p.out != 1) return -1;
-    if (dst) *dst = wc;
-    return static_cast<int>(p.in);
+    // The shortest prefix that makes one whole character is the character,
+    // whatever follows it.
+    constexpr size_t kLongestCharacter = 4;
+    for (size_t length = 1; length <= n && length <= kLongestCharacter; ++length) {
+        wchar_t wc = 0;
+        Progress p = codec->Decode(src, length, &wc, 1, true);
+        if (p.status == Status::kOk && p.out == 1) {
+            if (dst) *dst = wc;
+            return static_cast<int>(length);
+        }
+    }
+    return -1;
 }
 
 int wctomb(char* dst, wchar_t ch) {

@@ -166,6 +166,7 @@ TEST(SysConversionTest, WcstombsRefusesUnrepresentableCharacters) {
     EXPECT_STREQ(bytes, "caf\xE9");
     EXPECT_EQ(sys::wcstombs(nullptr, L"\u20AC", 0), 1u);
     EXPECT_EQ(sys::wcstombs(bytes, L"a\u4E2D", 8), static_cast<size_t>(-1));
+    EXPECT_EQ(sys::wcstombs(bytes, L"a\u4E2D", 1), 1u) << "stops when full, before the bad one";
 }
 
 TEST(SysConversionTest, MultiByteAnsiCodePage) {
@@ -192,6 +193,8 @@ TEST(SysConversionTest, SingleCharacterCalls) {
     EXPECT_EQ(sys::mbtowc(&one, "\xE2\x82\xAC", 3), 3);
     EXPECT_EQ(one, L'\u20AC');
     EXPECT_EQ(sys::mbtowc(&one, "", 1), 0);
+    EXPECT_EQ(sys::mbtowc(&one, "a\xFF", 2), 1) << "what follows the character does not matter";
+    EXPECT_EQ(sys::mbtowc(&one, "\xE2\x82", 2), -1);
     EXPECT_EQ(sys::mbtowc(nullptr, nullptr, 0), 0);
     char bytes[8];
     EXPECT_EQ(sys::wctomb(bytes, L'\U0001F600'), 4);
