@@ -1,6 +1,7 @@
 #include "foundation/File.h"
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -337,11 +338,34 @@ TEST_F(FileSharingTest, SharingWritersCoexistWithReaders) {
     ASSERT_TRUE(otherWriter.Open(0, 1, 1, 0, 0));
     ASSERT_TRUE(reader.Open(1, 1, 1, 1, 0));
     EXPECT_FALSE(reader.IsMapped());  // others may write: reads go to the file
+    char first = 0;
+    ASSERT_EQ(reader.Read(&first, 1), 1);  // fills the reader's buffer
     ASSERT_EQ(writer.Write("Z", 1), 1);
     ASSERT_TRUE(writer.Flush());
-    char first = 0;
+    ASSERT_TRUE(reader.Seek(0, File::kBegin));  // a seek forgets what was read
     ASSERT_EQ(reader.Read(&first, 1), 1);
     EXPECT_EQ(first, 'Z');
+}
+
+TEST_F(FileSharingTest, LocksHoldAgainstOtherProcesses) {
+    std::wstring path = Existing(Sequence(10));
+    File writer(path.c_str());
+    ASSERT_TRUE(writer.Open(0, 1, 0, 0, 0));
+    // The child reports through its exit status whether it could open.
+    auto childOpens = [&path](int readOnly) {
+        pid_t child = ::fork();
+        if (child == 0) {
+            File file(path.c_str());
+            bool opened = file.Open(readOnly, 1, 1, 0, 0);
+            ::_exit(opened ? 0 : file.GetLastError() == File::kSharingViolation ? 1 : 2);
+        }
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    };
+    EXPECT_EQ(childOpens(1), 1);
+    ASSERT_TRUE(writer.Close());
+    EXPECT_EQ(childOpens(1), 0);
 }
 
 TEST_F(FileSharingTest, ReopeningAnObjectReleasesItsOwnLockFirst) {
