@@ -129,10 +129,12 @@ int File::Create(int, int) {
 }
 
 int File::OpenDescriptor(int flags, bool readOnly, bool exclusiveLock, bool othersMayWrite) {
-    int fd = ::open(nativePath_.c_str(), flags | O_CLOEXEC, 0666);
+    // Not blocking, so that a pipe or device at the path cannot hang the
+    // open; only regular files are taken (O_NONBLOCK does nothing to them).
+    int fd = ::open(nativePath_.c_str(), flags | O_CLOEXEC | O_NONBLOCK, 0666);
     if (fd < 0) return FailFromErrno(errno);
     struct stat st{};
-    int err = ::fstat(fd, &st) != 0 ? errno : S_ISDIR(st.st_mode) ? EISDIR : 0;
+    int err = ::fstat(fd, &st) != 0 ? errno : S_ISREG(st.st_mode) ? 0 : EISDIR;
     if (err == 0 && !LockWholeFile(fd, exclusiveLock)) err = errno;
     if (err != 0) {
         ::close(fd);

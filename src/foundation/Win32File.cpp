@@ -77,12 +77,12 @@ bool CopyBytes(int from, int to) {
 // The copy of CopyFileW, with errno telling a failure. A destination left
 // half-written is removed, since it holds nothing the caller asked for.
 bool CopyFileContents(const std::string& from, const std::string& to, bool failIfExists) {
-    Descriptor source(::open(from.c_str(), O_RDONLY | O_CLOEXEC));
+    Descriptor source(::open(from.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (source.get() < 0) return false;
     struct stat st{};
     if (::fstat(source.get(), &st) != 0) return false;
-    if (S_ISDIR(st.st_mode)) {
-        errno = EISDIR;
+    if (!S_ISREG(st.st_mode)) {
+        errno = EISDIR;  // reported as access denied, as for a folder
         return false;
     }
     int flags = O_WRONLY | O_CREAT | O_CLOEXEC | (failIfExists ? O_EXCL : O_TRUNC);

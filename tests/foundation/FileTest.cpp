@@ -1,6 +1,7 @@
 #include "foundation/File.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -251,6 +252,12 @@ TEST_F(FileTest, OpenFailuresLeaveTheObjectClosedAndReusable) {
     EXPECT_FALSE(folder.Open(1, 1, 1, 0, 0));
     EXPECT_EQ(folder.GetLastError(), File::kAccessDenied);
     EXPECT_FALSE(folder.IsOpen());
+
+    // A pipe would block a plain open until a writer came.
+    ASSERT_EQ(::mkfifo((dir_ / "pipe").c_str(), 0600), 0);
+    File pipe(Path("pipe").c_str());
+    EXPECT_FALSE(pipe.Open(1, 1, 1, 0, 0));
+    EXPECT_EQ(pipe.GetLastError(), File::kAccessDenied);
 }
 
 TEST_F(FileTest, OperationsOnAClosedFileFail) {
