@@ -1,12 +1,13 @@
 #include "foundation/File.h"
 
 #include <gtest/gtest.h>
+#include <rapidcheck/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
-#include <numeric>
 #include <string>
 #include <vector>
 
@@ -150,35 +151,70 @@ TEST_F(FileTest, BufferedWritesReadBackThroughAnotherFile) {
     EXPECT_EQ(out, bytes);
 }
 
-TEST_F(FileTest, MixedReadsWritesAndSeeksKeepOneView) {
-    Bytes model = Sequence(200000);
-    File file(Existing(model).c_str());
-    ASSERT_TRUE(file.Open(0, 1, 0, 0, 0));
-    uint32_t state = 12345;
-    auto next = [&state](uint32_t bound) {
-        state = state * 1103515245u + 12345u;
-        return (state >> 8) % bound;
-    };
-    for (int step = 0; step < 3000; ++step) {
-        auto at = static_cast<int64_t>(next(210000));
-        int n = static_cast<int>(next(step % 50 == 0 ? 70000 : 300));
-        ASSERT_TRUE(file.SeekEx(at, File::kBegin));
-        if (next(2) == 0) {
-            Bytes data(static_cast<size_t>(n), static_cast<unsigned char>(step));
-            ASSERT_EQ(file.Write(data.data(), n), n);
-            if (model.size() < static_cast<size_t>(at + n)) model.resize(static_cast<size_t>(at + n));
-            std::copy(data.begin(), data.end(), model.begin() + at);
-        } else {
-            Bytes out(static_cast<size_t>(n));
-            int64_t expected = std::clamp<int64_t>(static_cast<int64_t>(model.size()) - at, 0, n);
-            ASSERT_EQ(file.Read(out.data(), n), expected) << "step " << step;
-            ASSERT_TRUE(std::equal(out.begin(), out.begin() + expected, model.begin() + at))
-                << "step " << step;
+// Random runs of every operation against a byte vector: the buffers, the
+// mapping and the direct paths for large transfers must all show one file.
+RC_GTEST_PROP(FileProperty, BehavesLikeAByteVector, ()) {
+    test::TempDir dir;
+    std::wstring path = dir.Wide("data.bin");
+    Bytes model;
+    int64_t position = 0;
+    bool readOnly = false;
+    File file(path.c_str());
+    RC_ASSERT(file.Create(1, 0));
+    auto size = [] { return *rc::gen::weightedOneOf<int>({{9, rc::gen::inRange(0, 300)},
+                                                          {1, rc::gen::inRange(60000, 140000)}}); };
+    int steps = *rc::gen::inRange(1, 80);
+    for (int step = 0; step < steps; ++step) {
+        auto length = static_cast<int64_t>(model.size());
+        switch (*rc::gen::inRange(0, 6)) {
+            case 0: {
+                position = *rc::gen::inRange<int64_t>(0, length + 100);
+                RC_ASSERT(file.SeekEx(position - length, File::kEnd));
+                RC_ASSERT(file.GetPosition() == position);
+                break;
+            }
+            case 1: {
+                Bytes data(static_cast<size_t>(size()), static_cast<unsigned char>(step + 1));
+                int n = static_cast<int>(data.size());
+                if (readOnly) {
+                    RC_ASSERT(file.Write(data.data(), n) == 0);
+                    RC_ASSERT(file.GetLastError() == File::kAccessDenied);
+                    break;
+                }
+                RC_ASSERT(file.Write(data.data(), n) == n);
+                if (model.size() < static_cast<size_t>(position + n)) model.resize(static_cast<size_t>(position + n));
+                std::copy(data.begin(), data.end(), model.begin() + position);
+                position += n;
+                break;
+            }
+            case 2: {
+                int n = size();
+                Bytes out(static_cast<size_t>(n));
+                int64_t expected = std::clamp<int64_t>(length - position, 0, n);
+                RC_ASSERT(file.Read(out.data(), n) == expected);
+                RC_ASSERT(std::equal(out.begin(), out.begin() + expected, model.begin() + position));
+                position += expected;
+                break;
+            }
+            case 3: {
+                if (readOnly) break;
+                auto newLength = *rc::gen::inRange<int64_t>(0, length + 1000);
+                RC_ASSERT(file.SetLengthEx(newLength));
+                model.resize(static_cast<size_t>(newLength));
+                break;
+            }
+            case 4: {
+                RC_ASSERT(file.Close());
+                readOnly = *rc::gen::arbitrary<bool>();
+                RC_ASSERT(file.Open(readOnly, 1, readOnly, 0, 0));
+                position = 0;
+                break;
+            }
+            default: RC_ASSERT(file.GetLengthEx() == length);
         }
     }
-    ASSERT_EQ(file.GetLengthEx(), static_cast<int64_t>(model.size()));
-    ASSERT_TRUE(file.Close());
-    EXPECT_EQ(test::ReadBytes(dir_ / "data.bin"), model);
+    RC_ASSERT(file.Close());
+    RC_ASSERT(test::ReadBytes(dir / "data.bin") == model);
 }
 
 TEST_F(FileTest, ReadOnlyOpensAreMappedAndHandOutMemory) {
