@@ -12,7 +12,9 @@ namespace {
 constexpr uint32_t kAllBits = 0xFFFFFFFFu;
 
 // The bits of a word below bit `n` (n in 0..32).
-uint32_t MaskBelow(int32_t n) { return n >= 32 ? kAllBits : (1u << n) - 1u; }
+uint32_t MaskBelow(int32_t n) {
+    return n >= 32 ? kAllBits : (1u << n) - 1u;
+}
 
 }  // namespace
 

@@ -88,7 +88,9 @@ public:
     }
 
 private:
-    static int32_t WordsFor(int32_t bits) { return static_cast<int32_t>((int64_t{bits} + 31) / 32); }
+    static int32_t WordsFor(int32_t bits) {
+        return static_cast<int32_t>((int64_t{bits} + 31) / 32);
+    }
     void ClearBitsBeyondSize();
     void Recount();
 

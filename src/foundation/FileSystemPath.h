@@ -29,14 +29,20 @@ public:
     // Replaces (or adds) the extension; with or without a leading ".". An
     // empty extension removes it.
     void SetExtension(const String& extension);
-    // Adds a path component.
+    // Adds a path component, with a "/" between when needed.
     void AppendFile(const String& name);
+    // Whether anything (file or folder) exists at the path.
     bool Exists() const;
 
     const wchar_t* c_str() const { return path_.c_str(); }
     operator const wchar_t*() const { return path_.c_str(); }  // NOLINT: implicit by design
 
 private:
+    // Index of the first character of the last component.
+    int NameStart() const;
+    // Index of the "." that starts the extension, or -1.
+    int ExtensionDot() const;
+
     String path_;
 };
 

@@ -99,15 +99,27 @@ QUILLET_EXPORT uint32_t SysStringLen(BSTR text);
 QUILLET_EXPORT void VariantInit(VARIANT* v);
 QUILLET_EXPORT HRESULT VariantClear(VARIANT* v);
 QUILLET_EXPORT HRESULT VariantCopy(VARIANT* destination, const VARIANT* source);
-// Converts `source` to type `vt` into `destination` (which may be `source`).
-// Supported among VT_EMPTY, VT_NULL, VT_I2, VT_I4, VT_R4, VT_R8, VT_CY,
-// VT_DATE, VT_BOOL and VT_BSTR; numbers convert to text with "." and from
-// text in the invariant form. Returns S_OK, DISP_E_TYPEMISMATCH,
-// DISP_E_OVERFLOW or DISP_E_BADVARTYPE.
+// Flag of VariantChangeType: a VT_BOOL becomes the text "True" or "False"
+// (else "-1" or "0").
+inline constexpr uint16_t VARIANT_ALPHABOOL = 0x02;
+
+// Converts `source` to type `vt` into `destination` (which may be `source`);
+// on failure `destination` is left as it was. Supported among VT_EMPTY,
+// VT_NULL, VT_BOOL, VT_CY, VT_DATE, VT_BSTR, VT_R4, VT_R8 and the integer
+// types. Numbers convert to text with "." (15 significant digits for VT_R8,
+// 7 for VT_R4) and from text in that invariant form; fractions round to the
+// nearest integer, ties to even. Dates convert to text as "YYYY-MM-DD", with
+// " HH:MM:SS" when there is a time of day (the time alone on 1899-12-30), and
+// back from that form or "M/D/YYYY [H:MM[:SS]]". VT_NULL converts only to
+// VT_NULL and VT_EMPTY. Returns S_OK, DISP_E_TYPEMISMATCH (no such
+// conversion, or text that is not a value), DISP_E_OVERFLOW (out of the
+// target's range) or DISP_E_BADVARTYPE (an unknown type).
 QUILLET_EXPORT HRESULT VariantChangeType(VARIANT* destination, const VARIANT* source,
                                          uint16_t flags, VARTYPE vt);
 
-// Nonzero on success; the valid range is 100-01-01 to 9999-12-31.
+// Nonzero on success; the valid range is 100-01-01 to 9999-12-31. As
+// published, SystemTimeToVariantTime ignores the milliseconds and
+// VariantTimeToSystemTime rounds to the nearest second (milliseconds 0).
 QUILLET_EXPORT int SystemTimeToVariantTime(const SYSTEMTIME* time, DATE* date);
 QUILLET_EXPORT int VariantTimeToSystemTime(DATE date, SYSTEMTIME* time);
 

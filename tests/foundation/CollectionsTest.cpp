@@ -1,0 +1,193 @@
+// StringArray, RecNumSet, FIDSet and the field and envelope objects.
+
+#include <gtest/gtest.h>
+#include <rapidcheck/gtest.h>
+
+#include <memory>
+#include <set>
+
+#include "foundation/DebugOutput.h"
+#include "foundation/IEnvelope.h"
+#include "foundation/IFIDSet.h"
+#include "foundation/IField.h"
+#include "foundation/RecNumSet.h"
+#include "foundation/StringArray.h"
+
+namespace quillet {
+namespace {
+
+TEST(StringArray, InsertSetAndRemoveWithinAndBeyondTheEnds) {
+    StringArray a;
+    a.Add(L"b");
+    a.Insert(L"a", 0);
+    a.Insert(L"d", 99);  // past the end appends
+    a.Insert(L"c", 2);
+    ASSERT_EQ(a.GetSize(), 4);
+    EXPECT_EQ(a[0], String(L"a"));
+    EXPECT_EQ(a[2], String(L"c"));
+    EXPECT_EQ(a[3], String(L"d"));
+    EXPECT_TRUE(a.Set(1, L"B"));
+    EXPECT_FALSE(a.Set(4, L"x"));
+    EXPECT_FALSE(a.Set(-1, L"x"));
+    EXPECT_EQ(a[1], String(L"B"));
+    a.RemoveAt(0);
+    a.RemoveAt(17);
+    EXPECT_EQ(a.GetSize(), 3);
+    a.RemoveAll();
+    EXPECT_EQ(a.GetSize(), 0);
+}
+
+RC_GTEST_PROP(RecNumSetProperty, ActsAsASetOfNumbers, ()) {
+    RecNumSet set;
+    std::set<int32_t> model;
+    int steps = *rc::gen::inRange(0, 40);
+    for (int i = 0; i < steps; ++i) {
+        int32_t first = *rc::gen::inRange(-5, 200);
+        if (*rc::gen::arbitrary<bool>()) {
+            set.Add(first);
+            model.insert(first);
+        } else {
+            int32_t last = first + *rc::gen::inRange(-3, 30);
+            set.AddRange(first, last);
+            for (int32_t n = first; n <= last; ++n) model.insert(n);
+        }
+        if (*rc::gen::inRange(0, 4) == 0)
+            RC_ASSERT(set.Count() == static_cast<int64_t>(model.size()));
+    }
+    RC_ASSERT(set.ToVector() == std::vector<int32_t>(model.begin(), model.end()));
+    for (int32_t n = -10; n < 240; ++n) RC_ASSERT(set.Contains(n) == (model.count(n) == 1));
+}
+
+TEST(RecNumSet, AddRangeOfAllFeaturesAndTheExtremes) {
+    RecNumSet set;
+    set.AddRange(1, 0);  // an empty index: nothing
+    EXPECT_EQ(set.Count(), 0);
+    set.AddRange(1, 5);
+    set.Add(3);
+    EXPECT_EQ(set.Count(), 5);
+    set.AddRange(INT32_MAX - 1, INT32_MAX);
+    set.Add(INT32_MIN);
+    EXPECT_EQ(set.Count(), 8);
+    EXPECT_TRUE(set.Contains(INT32_MAX));
+    EXPECT_TRUE(set.Contains(INT32_MIN));
+    set.Clear();
+    EXPECT_FALSE(set.Contains(1));
+}
+
+TEST(FIDSet, AddsFindsDeletesAndEnumeratesInOrder) {
+    std::unique_ptr<IFIDSet> set;
+    ASSERT_EQ(CoCreateFIDSet(CLSID_FIDSet, &set), S_OK);
+    for (int32_t id : {5, 3, 9, 3, 1}) EXPECT_EQ(set->Add(id), S_OK);
+    int32_t count = 0;
+    ASSERT_EQ(set->get_Count(&count), S_OK);
+    EXPECT_EQ(count, 4);
+    bool found = false;
+    set->Find(9, &found);
+    EXPECT_TRUE(found);
+    set->Find(4, &found);
+    EXPECT_FALSE(found);
+    EXPECT_EQ(set->Delete(9), S_OK);
+    EXPECT_EQ(set->Delete(9), S_FALSE);
+
+    std::vector<int32_t> seen;
+    int32_t id;
+    set->Reset();
+    while (set->Next(&id) == S_OK) seen.push_back(id);
+    EXPECT_EQ(id, -1);
+    EXPECT_EQ(seen, (std::vector<int32_t>{1, 3, 5}));
+    set->SetEmpty();
+    set->get_Count(&count);
+    EXPECT_EQ(count, 0);
+    EXPECT_EQ(set->Find(1, nullptr), E_POINTER);
+}
+
+class CapturedDebugOutput {
+public:
+    CapturedDebugOutput() : old_(SetDebugOutputSink([this](const wchar_t* m) { text_ += m; })) {}
+    ~CapturedDebugOutput() { SetDebugOutputSink(old_); }
+    const std::wstring& Text() const { return text_; }
+
+private:
+    std::wstring text_;
+    DebugSink old_;
+};
+
+TEST(FIDSet, FailedCreationIsReportedOnTheDebugOutput) {
+    std::unique_ptr<IFIDSet> set;
+    {
+        CapturedDebugOutput output;
+        FailFIDSetCreation(E_OUTOFMEMORY);
+        EXPECT_EQ(CoCreateFIDSet(CLSID_FIDSet, &set), E_OUTOFMEMORY);
+        FailFIDSetCreation(S_OK);
+        EXPECT_EQ(set, nullptr);
+        EXPECT_EQ(output.Text(), L"CreateInstance of QovaSystem.FIDSet failed: 8007000E\n");
+    }
+    {
+        CapturedDebugOutput output;
+        EXPECT_EQ(CoCreateFIDSet(CLSID_UnknownCoordinateSystem, &set), REGDB_E_CLASSNOTREG);
+        wchar_t id[40];
+        StringFromGUID2(CLSID_UnknownCoordinateSystem, id, 40);
+        EXPECT_EQ(output.Text(), L"CreateInstance of " + std::wstring(id) + L" failed: 80040154\n");
+    }
+    EXPECT_EQ(CoCreateFIDSet(CLSID_FIDSet, &set), S_OK);
+}
+
+TEST(Field, AnswersItsPropertiesAndVariantType) {
+    Field field(L"PRICE", qovaFieldTypeDouble, 12, 12, 2);
+    qovaFieldType type;
+    int32_t length, precision, scale;
+    VARTYPE vt;
+    BSTR name = nullptr;
+    ASSERT_EQ(field.get_Name(&name), S_OK);
+    EXPECT_STREQ(name, L"PRICE");
+    SysFreeString(name);
+    field.get_Type(&type);
+    field.get_Length(&length);
+    field.get_Precision(&precision);
+    field.get_Scale(&scale);
+    field.get_VarType(&vt);
+    EXPECT_EQ(type, qovaFieldTypeDouble);
+    EXPECT_EQ(length, 12);
+    EXPECT_EQ(precision, 12);
+    EXPECT_EQ(scale, 2);
+    EXPECT_EQ(vt, VT_R8);
+    EXPECT_EQ(Field::VarTypeOf(qovaFieldTypeSmallInteger), VT_I2);
+    EXPECT_EQ(Field::VarTypeOf(qovaFieldTypeDate), VT_DATE);
+    EXPECT_EQ(Field::VarTypeOf(qovaFieldTypeGUID), VT_BSTR);
+    EXPECT_EQ(Field::VarTypeOf(qovaFieldTypeBlob), VT_EMPTY);
+    EXPECT_EQ(field.get_Scale(nullptr), E_POINTER);
+}
+
+TEST(Envelope, EmptyByDefaultAndAfterSetEmpty) {
+    Envelope e;
+    bool empty = false;
+    e.get_IsEmpty(&empty);
+    EXPECT_TRUE(empty);
+    double w = -1;
+    e.get_Width(&w);
+    EXPECT_EQ(w, 0.0);
+
+    e.PutCoords(1, 2, 4, 8);
+    e.get_IsEmpty(&empty);
+    EXPECT_FALSE(empty);
+    double h;
+    e.get_Width(&w);
+    e.get_Height(&h);
+    EXPECT_EQ(w, 3.0);
+    EXPECT_EQ(h, 6.0);
+    WKSEnvelope wks;
+    e.QueryWKSCoords(&wks);
+    EXPECT_TRUE(wks.Contains(WKSEnvelope{1, 2, 4, 8}));
+    EXPECT_FALSE(wks.Contains(WKSEnvelope{0, 2, 4, 8}));
+
+    Envelope point(5, 5, 5, 5);  // a point is not empty
+    point.get_IsEmpty(&empty);
+    EXPECT_FALSE(empty);
+    e.SetEmpty();
+    e.get_IsEmpty(&empty);
+    EXPECT_TRUE(empty);
+    EXPECT_EQ(e.QueryCoords(nullptr, &w, &w, &w), E_POINTER);
+}
+
+}  // namespace
+}  // namespace quillet
