@@ -1,0 +1,242 @@
+#include "shape/ShpFile.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "foundation/ByteOrder.h"
+#include "foundation/Guid.h"
+#include "support/TestSupport.h"
+
+namespace quillet {
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+using test::ReadBytes;
+using test::TempDir;
+
+Bytes PointRecord(double x, double y) {
+    Bytes bytes(20);
+    EncodeFixed32LE(&bytes[0], ShpFile::qovaShapePoint);
+    EncodeDoubleLE(&bytes[4], x);
+    EncodeDoubleLE(&bytes[12], y);
+    return bytes;
+}
+
+String UnknownCoordinateSystemText() {
+    wchar_t* text = nullptr;
+    EXPECT_EQ(StringFromCLSID(CLSID_UnknownCoordinateSystem, &text), S_OK);
+    String result(text);
+    CoTaskMemFree(text);
+    return result;
+}
+
+std::string ReadText(const std::filesystem::path& path) {
+    Bytes bytes = ReadBytes(path);
+    return std::string(bytes.begin(), bytes.end());
+}
+
+TEST(ShpFile, CreateGivesVersion1000AnEmptyExtentAndAnUnknownCount) {
+    TempDir dir;
+    ShpFile shp(dir.Wide("a.shp").c_str());
+    EXPECT_EQ(shp.GetNumRecords(), -1);
+    ASSERT_TRUE(shp.Create(ShpFile::qovaShapePoint));
+    EXPECT_EQ(shp.GetVersion(), 1000);
+    EXPECT_EQ(shp.GetShapeType(), ShpFile::qovaShapePoint);
+    EXPECT_EQ(shp.GetExtent().xmin, 0);
+    EXPECT_EQ(shp.GetExtent().ymin, 0);
+    EXPECT_EQ(shp.GetExtent().xmax, -1);
+    EXPECT_EQ(shp.GetExtent().ymax, -1);
+    EXPECT_EQ(shp.GetZExtent().zmax, 0);
+    EXPECT_EQ(shp.GetNumRecords(), -1);  // kept: Create does not set the count
+    Bytes point = PointRecord(1, 2);
+    ASSERT_TRUE(shp.InsertRecord(point.data(), 20));
+    EXPECT_EQ(shp.GetNumRecords(), 1);
+    ASSERT_TRUE(shp.Close());
+
+    Bytes data = ReadBytes(dir / "a.shp");
+    ASSERT_EQ(data.size(), 100u + 8 + 20);
+    EXPECT_EQ(DecodeFixed32BE(&data[0]), 9994u);
+    EXPECT_EQ(DecodeFixed32BE(&data[24]), 64u);
+    EXPECT_EQ(DecodeFixed32LE(&data[28]), 1000u);
+    EXPECT_EQ(DecodeFixed32LE(&data[32]), 1u);
+    EXPECT_EQ(DecodeDoubleLE(&data[52]), -1.0);
+    EXPECT_EQ(ReadBytes(dir / "a.shx").size(), 108u);
+}
+
+TEST(ShpFile, NullShapesAreFourZeroBytes) {
+    TempDir dir;
+    ShpFile shp(dir.Wide("n.shp").c_str());
+    ASSERT_TRUE(shp.Create(ShpFile::qovaShapePolygon));
+    ASSERT_TRUE(shp.InsertRecord(nullptr, 0));
+    Bytes point = PointRecord(3, 4);
+    ASSERT_TRUE(shp.InsertRecord(point.data(), 20));
+    ASSERT_TRUE(shp.WriteRecord(1, point.data(), 0));
+    EXPECT_EQ(shp.GetNumRecords(), 2);
+    int32_t length = -1;
+    const unsigned char* bytes = shp.ReadRecord(0, length);
+    ASSERT_NE(bytes, nullptr);
+    EXPECT_EQ(Bytes(bytes, bytes + length), Bytes(4, 0));
+    Bytes buffer(4, 9);
+    ASSERT_TRUE(shp.ReadRecord(1, buffer.data()));
+    EXPECT_EQ(buffer, Bytes(4, 0));
+}
+
+TEST(ShpFile, DeletedRecordsReadAsNothingAndKeepTheCount) {
+    TempDir dir;
+    ShpFile shp(dir.Wide("d.shp").c_str());
+    ASSERT_TRUE(shp.Create(ShpFile::qovaShapePoint));
+    for (int i = 0; i < 3; ++i) {
+        Bytes point = PointRecord(i, i);
+        ASSERT_TRUE(shp.InsertRecord(point.data(), 20));
+    }
+    ASSERT_TRUE(shp.DeleteRecord(1));
+    EXPECT_TRUE(shp.IsRecordDeleted(1));
+    EXPECT_EQ(shp.GetNumRecords(), 3);
+    int32_t length = 7;
+    EXPECT_EQ(shp.ReadRecord(1, length), nullptr);
+    EXPECT_EQ(length, 0);
+    unsigned char* memory = nullptr;
+    EXPECT_FALSE(shp.GetRecordMemory(1, &memory));
+    ASSERT_TRUE(shp.GetRecordMemory(2, &memory));
+    EXPECT_EQ(Bytes(memory, memory + 20), PointRecord(2, 2));
+    ASSERT_TRUE(shp.Close());
+    ASSERT_TRUE(shp.Open(true, false, false));
+    EXPECT_EQ(shp.GetNumRecords(), 2);  // closing compacted the file
+}
+
+TEST(ShpFile, HeaderIsWrittenLazilyOrAtOnce) {
+    TempDir dir;
+    auto path = dir / "h.shp";
+    ShpFile shp(dir.Wide("h.shp").c_str());
+    ASSERT_TRUE(shp.Create(ShpFile::qovaShapePointZ));
+    ASSERT_TRUE(shp.SetExtent({1, 2, 3, 4}, false));
+    ASSERT_TRUE(shp.SetZExtent({5, 6}, false));
+    ASSERT_TRUE(shp.CommitChanges());  // writes the projection, not the shape header
+    ASSERT_TRUE(shp.Flush());
+    EXPECT_EQ(DecodeDoubleLE(&ReadBytes(path)[36]), 0.0);
+    ASSERT_TRUE(shp.SetMExtent({7, 8}, true));
+    ASSERT_TRUE(shp.Flush());
+    EXPECT_EQ(DecodeDoubleLE(&ReadBytes(path)[84]), 7.0);
+    ASSERT_TRUE(shp.Close());
+
+    ShpFile again(dir.Wide("h.shp").c_str());
+    ASSERT_TRUE(again.Open(true, false, false));
+    EXPECT_EQ(again.GetExtent().ymax, 4);
+    EXPECT_EQ(again.GetZExtent().zmin, 5);
+    EXPECT_EQ(again.GetMExtent().mmax, 8);
+    EXPECT_EQ(again.GetShapeType(), ShpFile::qovaShapePointZ);
+    EXPECT_FALSE(again.SetExtent({0, 0, 1, 1}, false));
+    EXPECT_FALSE(again.WriteHeader());
+    Bytes point = PointRecord(0, 0);
+    EXPECT_FALSE(again.InsertRecord(point.data(), 20));
+    EXPECT_FALSE(again.WriteRecord(0, point.data(), 20));
+    EXPECT_FALSE(again.DeleteRecord(0));
+}
+
+TEST(ShpFile, ProjectionFileHoldsOneLineAndTheUnknownSystemRemovesIt) {
+    TempDir dir;
+    auto prj = dir / "p.prj";
+    {
+        ShpFile shp(dir.Wide("p.shp").c_str());
+        ASSERT_TRUE(shp.Create(ShpFile::qovaShapePoint));
+        ASSERT_TRUE(shp.SetProjectionString(L"GEOGCS[\"WGS 84\"]", false));
+        EXPECT_FALSE(std::filesystem::exists(prj));
+        ASSERT_TRUE(shp.Close());
+    }
+    EXPECT_EQ(ReadText(prj), "GEOGCS[\"WGS 84\"]");
+    ShpFile shp(dir.Wide("p.shp").c_str());
+    ASSERT_TRUE(shp.Open(false, false, false));
+    EXPECT_EQ(shp.GetProjectionString(), L"GEOGCS[\"WGS 84\"]");
+    EXPECT_FALSE(ShpFile::IsUnknownCoordinateSystem(L"GEOGCS[\"WGS 84\"]"));
+    String unknown = UnknownCoordinateSystemText();
+    EXPECT_TRUE(ShpFile::IsUnknownCoordinateSystem(unknown));
+    String lower = unknown;
+    lower.MakeLower();
+    EXPECT_FALSE(ShpFile::IsUnknownCoordinateSystem(lower));
+    ASSERT_TRUE(shp.SetProjectionString(unknown, false));
+    EXPECT_TRUE(std::filesystem::exists(prj));
+    ASSERT_TRUE(shp.CommitChanges());
+    EXPECT_FALSE(std::filesystem::exists(prj));
+    EXPECT_FALSE(shp.SetProjectionString(unknown, true));  // nothing left to delete
+    ASSERT_TRUE(shp.SetProjectionString(L"", false));
+    EXPECT_FALSE(shp.WriteProjectionString());
+
+    std::ofstream(prj) << std::string(1500, 'a') << "\nsecond line";
+    EXPECT_TRUE(shp.OpenProjectionFile());
+    EXPECT_EQ(shp.GetProjectionString().GetLength(), 1023);
+}
+
+TEST(ShpFile, OpenWithTheSameFlagsDoesNotReopen) {
+    TempDir dir;
+    auto prj = dir / "o.prj";
+    {
+        ShpFile shp(dir.Wide("o.shp").c_str());
+        ASSERT_TRUE(shp.Create(ShpFile::qovaShapePoint));
+        ASSERT_TRUE(shp.SetProjectionString(L"PROJ", true));
+    }
+    ShpFile shp(dir.Wide("o.shp").c_str());
+    ASSERT_TRUE(shp.Open(true, false, false));
+    std::filesystem::remove(prj);
+    ASSERT_TRUE(shp.Open(true, false, false));
+    EXPECT_EQ(shp.GetProjectionString(), L"PROJ");
+    ASSERT_TRUE(shp.Open(false, false, false));
+    EXPECT_EQ(shp.GetProjectionString(), L"");
+}
+
+TEST(ShpFile, DeleteFileTakesTheSideFilesAlong) {
+    TempDir dir;
+    ShpFile shp(dir.Wide("x.shp").c_str());
+    ASSERT_TRUE(shp.Create(ShpFile::qovaShapePoint));
+    ASSERT_TRUE(shp.SetProjectionString(L"PROJ", true));
+    for (const char* side : {"x.sbn", "x.sbx", "x.dbf"}) test::WriteBytes(dir / side, {1});
+    ASSERT_TRUE(shp.DeleteFileW());
+    EXPECT_EQ(dir.Files(), std::vector<std::string>{"x.dbf"});
+    EXPECT_FALSE(shp.DeleteFileW());
+}
+
+TEST(ShpFile, DataFileWithoutItsIndexFileDoesNotOpen) {
+    TempDir dir;
+    {
+        ShpFile shp(dir.Wide("i.shp").c_str());
+        ASSERT_TRUE(shp.Create(ShpFile::qovaShapePoint));
+    }
+    std::filesystem::remove(dir / "i.shx");
+    ShpFile shp(dir.Wide("i.shp").c_str());
+    EXPECT_FALSE(shp.Open(true, false, false));
+    EXPECT_FALSE(shp.IsOpen());
+    EXPECT_EQ(shp.GetNumRecords(), -1);
+}
+
+TEST(ShpFilePeerSamples, EveryIndexedSampleOpensAndEveryRecordReads) {
+    QUILLET_REQUIRE_PEER_SAMPLES();
+    int opened = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(test::PeerSamplesDir())) {
+        if (entry.path().extension() != ".shp") continue;
+        std::string narrow = entry.path().string();
+        ShpFile shp(std::wstring(narrow.begin(), narrow.end()).c_str());
+        bool hasIndex = std::filesystem::exists(std::filesystem::path(entry.path()).replace_extension(".shx"));
+        if (!shp.Open(true, false, false)) {
+            EXPECT_TRUE(!hasIndex || entry.path().stem() == "corrupt_too_long") << narrow;
+            continue;
+        }
+        ++opened;
+        EXPECT_EQ(shp.GetVersion(), 1000) << narrow;
+        bool corrupt = entry.path().stem() == "corrupt_too_long";
+        for (int32_t n = 0; n < shp.GetNumRecords(); ++n) {
+            int32_t length = 0;
+            const unsigned char* bytes = shp.ReadRecord(n, length);
+            if (!corrupt) {
+                ASSERT_NE(bytes, nullptr) << narrow << " record " << n;
+                ASSERT_GE(length, 4);
+                auto type = static_cast<int32_t>(DecodeFixed32LE(bytes));
+                EXPECT_TRUE(type == 0 || type == shp.GetShapeType()) << narrow << " record " << n;
+            }
+        }
+    }
+    EXPECT_GE(opened, 10);
+}
+
+}  // namespace
+}  // namespace quillet
