@@ -1,0 +1,163 @@
+"""Shared by the shape interop scripts: the standard shape record layout
+(encode and decode, independent of any reader), running the tool and the
+helper program, and the exit code for a skipped test."""
+
+import os
+import struct
+import subprocess
+import sys
+
+SKIP = 77
+NO_DATA = -1e38  # measures below this are "no data"
+
+POINT_TYPES = {1, 11, 21}
+MULTIPOINT_TYPES = {8, 18, 28}
+POLY_TYPES = {3, 5, 13, 15, 23, 25}
+MULTIPATCH = 31
+
+
+def has_z(shape_type):
+    return shape_type in (11, 13, 15, 18, 31)
+
+
+def has_m(shape_type):
+    return has_z(shape_type) or shape_type in (21, 23, 25, 28)
+
+
+def skip(reason):
+    print("SKIP: " + reason)
+    sys.exit(SKIP)
+
+
+def require_environment():
+    """The tool, the helper folder and the shapefile module, or skip."""
+    try:
+        import shapefile  # noqa: F401
+    except ImportError:
+        skip("the Python module 'shapefile' (python3-pyshp) is not installed")
+    tool = os.environ.get("QUILLET_TOOL")
+    helpers = os.environ.get("QUILLET_INTEROP_BIN")
+    if not tool or not helpers:
+        skip("QUILLET_TOOL and QUILLET_INTEROP_BIN are not set (run through ctest)")
+    return tool, os.path.join(helpers, "shpio")
+
+
+def run(*args):
+    return subprocess.run(list(args), capture_output=True, text=True)
+
+
+def dump(shpio, path):
+    """Header fields and {number: bytes} of the live records, read through ShpFile."""
+    result = run(shpio, "dump", path)
+    if result.returncode != 0:
+        raise RuntimeError(path + ": " + result.stderr.strip())
+    lines = result.stdout.splitlines()
+    fields = lines[0].split()
+    header = {
+        "type": int(fields[1]),
+        "count": int(fields[2]),
+        "bbox": [float(v) for v in fields[3:7]],
+        "zbox": [float(v) for v in fields[7:9]],
+        "mbox": [float(v) for v in fields[9:11]],
+        "version": int(fields[11]),
+    }
+    records = {}
+    for line in lines[1:]:
+        _, number, content = line.split()
+        records[int(number)] = None if content in ("deleted", "unreadable") else bytes.fromhex(content)
+    return header, records
+
+
+def encode(shape_type, parts):
+    """A record in the standard layout. parts: list of lists of (x, y, z, m);
+    None or [] is the null shape."""
+    if not parts:
+        return struct.pack("<i", 0)
+    points = [p for part in parts for p in part]
+    out = struct.pack("<i", shape_type)
+    if shape_type in POINT_TYPES:
+        x, y, z, m = points[0]
+        out += struct.pack("<2d", x, y)
+        if has_z(shape_type):
+            out += struct.pack("<d", z)
+        if has_m(shape_type):
+            out += struct.pack("<d", m)
+        return out
+    xs = [p[0] for p in points]
+    ys = [p[1] for p in points]
+    out += struct.pack("<4d", min(xs), min(ys), max(xs), max(ys))
+    if shape_type not in MULTIPOINT_TYPES:
+        out += struct.pack("<i", len(parts))
+    out += struct.pack("<i", len(points))
+    if shape_type not in MULTIPOINT_TYPES:
+        first = 0
+        for part in parts:
+            out += struct.pack("<i", first)
+            first += len(part)
+    for x, y, _, _ in points:
+        out += struct.pack("<2d", x, y)
+    for axis, wanted in ((2, has_z(shape_type)), (3, has_m(shape_type))):
+        if wanted:
+            values = [p[axis] for p in points]
+            out += struct.pack("<2d", min(values), max(values))
+            out += struct.pack("<%dd" % len(values), *values)
+    return out
+
+
+def decode(content):
+    """The fields of a record in the standard layout, checked against its
+    length: shapeType, bbox (None for points and nulls), parts, partTypes,
+    points, z, m (None where absent; m below NO_DATA is None)."""
+    def take(fmt, at):
+        size = struct.calcsize(fmt)
+        if at + size > len(content):
+            raise ValueError("record too short for its content")
+        return struct.unpack_from(fmt, content, at), at + size
+
+    (shape_type,), at = take("<i", 0)
+    shape = {"shapeType": shape_type, "bbox": None, "parts": [], "partTypes": [],
+             "points": [], "z": None, "m": None}
+    if shape_type == 0:
+        return shape
+    if shape_type in POINT_TYPES:
+        (x, y), at = take("<2d", at)
+        shape["points"] = [(x, y)]
+        if has_z(shape_type):
+            (z,), at = take("<d", at)
+            shape["z"] = [z]
+        if has_m(shape_type) and at < len(content):
+            (m,), at = take("<d", at)
+            shape["m"] = [None if m < NO_DATA else m]
+        return shape
+    bbox, at = take("<4d", at)
+    shape["bbox"] = list(bbox)
+    parts = 0
+    if shape_type not in MULTIPOINT_TYPES:
+        (parts,), at = take("<i", at)
+    (count,), at = take("<i", at)
+    if parts < 0 or count < 0 or 16 * count + 4 * parts > len(content):
+        raise ValueError("part or point count beyond the record")
+    if shape_type not in MULTIPOINT_TYPES:
+        firsts, at = take("<%di" % parts, at)
+        shape["parts"] = list(firsts)
+    if shape_type == MULTIPATCH:
+        kinds, at = take("<%di" % parts, at)
+        shape["partTypes"] = list(kinds)
+    coords, at = take("<%dd" % (2 * count), at)
+    shape["points"] = [(coords[2 * i], coords[2 * i + 1]) for i in range(count)]
+    if has_z(shape_type):
+        _, at = take("<2d", at)
+        values, at = take("<%dd" % count, at)
+        shape["z"] = list(values)
+    if has_m(shape_type) and at < len(content):
+        _, at = take("<2d", at)
+        values, at = take("<%dd" % count, at)
+        shape["m"] = [None if v < NO_DATA else v for v in values]
+    return shape
+
+
+def same_measure(ours, theirs):
+    """A header range value of ours against the module's (None: no data)."""
+    if theirs is None:
+        return ours < NO_DATA
+    return ours == theirs
