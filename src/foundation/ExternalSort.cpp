@@ -203,36 +203,44 @@ private:
     bool failed_ = false;
 };
 
-// Merges runs through a binary heap of readers ordered by current element.
+// Merges runs through a tree of losers: each inner node keeps the run that
+// lost the match played there, so replacing the winner's element replays one
+// path from its leaf to the root, one comparison per level (a binary heap
+// needs two).
 class Merger {
 public:
     Merger(CompareFunction compare, const RunFile* file, const std::vector<Run>& runs,
            int64_t bufferSize, int32_t maxElement)
-        : compare_(compare) {
-        readers_.reserve(runs.size());
+        : compare_(compare), k_(runs.size()), loser_(runs.size()), live_(runs.size()) {
+        readers_.reserve(k_);
         for (const Run& run : runs) readers_.emplace_back(file, run, bufferSize, maxElement);
-        for (size_t i = 0; i < readers_.size(); ++i) {
-            if (readers_[i].Advance()) heap_.push_back(i);
+        for (size_t i = 0; i < k_; ++i) {
+            live_[i] = readers_[i].Advance();
             failed_ = failed_ || readers_[i].Failed();
         }
-        for (size_t i = heap_.size() / 2; i-- > 0;) SiftDown(i);
+        // Leaf i stands at node k + i; play every match bottom-up once.
+        std::vector<size_t> winner(2 * k_);
+        for (size_t i = 0; i < k_; ++i) winner[k_ + i] = i;
+        for (size_t node = k_; node-- > 1;) {
+            size_t a = winner[2 * node], b = winner[2 * node + 1];
+            bool aWins = Beats(a, b);
+            winner[node] = aWins ? a : b;
+            loser_[node] = aWins ? b : a;
+        }
+        top_ = k_ > 1 ? winner[1] : 0;
     }
 
     // As ExternalSort::Next: the element stays valid until the next call.
     int Next(int32_t* size, const unsigned char** element) {
         if (pending_) {
             pending_ = false;
-            RunReader& top = readers_[heap_.front()];
-            if (!top.Advance()) {
-                if (top.Failed()) failed_ = true;
-                heap_.front() = heap_.back();
-                heap_.pop_back();
-            }
-            if (!heap_.empty()) SiftDown(0);
+            live_[top_] = readers_[top_].Advance();
+            failed_ = failed_ || readers_[top_].Failed();
+            Replay(top_);
         }
         if (failed_) return -1;
-        if (heap_.empty()) return 1;
-        const SortElement& e = readers_[heap_.front()].Current();
+        if (k_ == 0 || !live_[top_]) return 1;
+        const SortElement& e = readers_[top_].Current();
         *size = e.size;
         *element = e.data;
         pending_ = true;
@@ -240,26 +248,26 @@ public:
     }
 
 private:
-    bool Less(size_t a, size_t b) const {
-        return compare_(&readers_[heap_[a]].Current(), &readers_[heap_[b]].Current()) < 0;
+    // Whether run a's element comes first; an exhausted run loses to all.
+    bool Beats(size_t a, size_t b) const {
+        if (!live_[a]) return false;
+        if (!live_[b]) return true;
+        return compare_(&readers_[a].Current(), &readers_[b].Current()) <= 0;
     }
 
-    void SiftDown(size_t i) {
-        size_t n = heap_.size();
-        for (;;) {
-            size_t smallest = i;
-            size_t left = 2 * i + 1;
-            if (left < n && Less(left, smallest)) smallest = left;
-            if (left + 1 < n && Less(left + 1, smallest)) smallest = left + 1;
-            if (smallest == i) return;
-            std::swap(heap_[i], heap_[smallest]);
-            i = smallest;
+    void Replay(size_t run) {
+        for (size_t node = (k_ + run) / 2; node >= 1; node /= 2) {
+            if (Beats(loser_[node], run)) std::swap(loser_[node], run);
         }
+        top_ = run;
     }
 
     CompareFunction compare_;
+    size_t k_;
     std::vector<RunReader> readers_;
-    std::vector<size_t> heap_;
+    std::vector<size_t> loser_;  // node 1 is the root; node 0 is unused
+    std::vector<bool> live_;
+    size_t top_ = 0;
     bool pending_ = false;
     bool failed_ = false;
 };

@@ -3,9 +3,11 @@
 // ExternalSort: sorts variable-size elements that may not fit in memory.
 // Elements are collected in memory up to a budget; when the budget would be
 // exceeded the collected elements are sorted and spilled as one run to a
-// temporary file, and Sort() merges all runs (k-way, through a heap). The
-// temporary files are removed when the sort is done or destroyed, whatever
-// happened.
+// temporary file, and Sort() merges all runs k-way through a tree of losers
+// (first in passes of as many runs as the budget gives reasonable read
+// buffers, when there are more). The runs share one temporary file in the
+// platform's temporary folder that is unlinked as soon as it is open, so it
+// is gone with the sorter (or the process), whatever happened.
 //
 // The order is that of the compare function; equal elements keep no
 // particular order.
