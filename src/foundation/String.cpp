@@ -1,5 +1,6 @@
 #include "foundation/String.h"
 
+#include <cerrno>
 #include <cwchar>
 #include <vector>
 
@@ -250,15 +251,17 @@ String& String::FormatV(const wchar_t* pattern, va_list args) {
     for (;;) {
         va_list copy;
         va_copy(copy, args);
+        errno = 0;
         int n = std::vswprintf(buffer.data(), buffer.size(), pattern, copy);
         va_end(copy);
         if (n >= 0 && static_cast<size_t>(n) < buffer.size()) {
             s_.assign(buffer.data(), static_cast<size_t>(n));
             return *this;
         }
-        // vswprintf reports neither the size it needs nor the reason it
-        // failed; grow until it fits, within a sane bound.
-        if (buffer.size() >= (1u << 24)) {
+        // vswprintf does not report the size it needs: grow until it fits,
+        // within a sane bound, unless it failed on a character it cannot
+        // convert (glibc says so in errno), which no size would cure.
+        if (errno == EILSEQ || buffer.size() >= (1u << 24)) {
             s_.clear();
             return *this;
         }
