@@ -210,15 +210,19 @@ int File::Read(void* buffer, int n) {
         return 0;
     }
     if (FaultInjection::ShouldFail(FaultInjection::kRead)) return FailFromErrno(EIO, kReadFailed);
-    if (!FlushWriteBuffer()) return 0;
-    auto* out = static_cast<unsigned char*>(buffer);
+    if (writeFill_ > 0 && !FlushWriteBuffer()) return 0;
+    // Sequential reading mostly finds all n bytes at hand.
+    const unsigned char* from = nullptr;
     if (map_ && position_ <= mapLength_ - n) {
-        std::memcpy(out, map_ + position_, static_cast<size_t>(n));
-        position_ += n;
-        Succeed();
-        return n;
+        from = map_ + position_;
+    } else if (int64_t offset = position_ - bufferStart_; offset >= 0 && offset <= bufferFill_ - n) {
+        from = buffer_.get() + offset;
     }
-    return ReadBuffered(out, n);
+    if (!from) return ReadBuffered(static_cast<unsigned char*>(buffer), n);
+    std::memcpy(buffer, from, static_cast<size_t>(n));
+    position_ += n;
+    Succeed();
+    return n;
 }
 
 int32_t File::ReadBuffered(unsigned char* out, int32_t n) {
@@ -381,11 +385,6 @@ void File::Unmap() {
     if (map_) ::munmap(map_, static_cast<size_t>(mapLength_));
     map_ = nullptr;
     mapLength_ = 0;
-}
-
-bool File::Succeed() {
-    lastError_ = kNoError;
-    return true;
 }
 
 bool File::Fail(Error error) {

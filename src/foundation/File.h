@@ -106,7 +106,10 @@ private:
     int32_t ReadBuffered(unsigned char* out, int32_t n);
     // Keeps the read buffer equal to the file after a write of [at, at + n).
     void PatchReadBuffer(int64_t at, const unsigned char* data, int32_t n);
-    bool Succeed();
+    bool Succeed() {
+        lastError_ = kNoError;
+        return true;
+    }
     bool Fail(Error error);
     // The kind of errno; `otherwise` for errors that have no kind of their own.
     bool FailFromErrno(int err, Error otherwise = kGeneralFailure);
