@@ -182,7 +182,10 @@ RC_GTEST_PROP(FileProperty, BehavesLikeAByteVector, ()) {
                     break;
                 }
                 RC_ASSERT(file.Write(data.data(), n) == n);
-                if (model.size() < static_cast<size_t>(position + n)) model.resize(static_cast<size_t>(position + n));
+                // Writing nothing past the end does not extend the file.
+                if (n > 0 && model.size() < static_cast<size_t>(position + n)) {
+                    model.resize(static_cast<size_t>(position + n));
+                }
                 std::copy(data.begin(), data.end(), model.begin() + position);
                 position += n;
                 break;
