@@ -8,7 +8,6 @@ namespace quillet {
 namespace {
 
 struct Counters {
-    std::atomic<bool> active{false};
     std::array<std::atomic<int64_t>, FaultInjection::kCount> calls{};
     std::array<std::atomic<int64_t>, FaultInjection::kCount> failAt{};
 };
@@ -20,9 +19,11 @@ Counters& State() {
 
 }  // namespace
 
+std::atomic<bool> FaultInjection::active_{false};
+
 void FaultInjection::FailNth(Operation op, int64_t n) {
     Counters& s = State();
-    s.active.store(true);
+    active_.store(true);
     s.failAt[op].store(n > 0 ? s.calls[op].load() + n : 0);
 }
 
@@ -32,14 +33,13 @@ void FaultInjection::Reset() {
         s.failAt[op].store(0);
         s.calls[op].store(0);
     }
-    s.active.store(true);
+    active_.store(true);
 }
 
 int64_t FaultInjection::Count(Operation op) { return State().calls[op].load(); }
 
-bool FaultInjection::ShouldFail(Operation op) {
+bool FaultInjection::CountCall(Operation op) {
     Counters& s = State();
-    if (!s.active.load(std::memory_order_relaxed)) return false;
     int64_t call = s.calls[op].fetch_add(1) + 1;
     return call == s.failAt[op].load();
 }

@@ -6,6 +6,7 @@
 // kind in the process, from the first Reset or FailNth on; before that (in
 // production) it costs one relaxed atomic load per call.
 
+#include <atomic>
 #include <cstdint>
 
 #include "foundation/Export.h"
@@ -33,8 +34,14 @@ public:
     // How many calls of `op` were counted since the last Reset.
     static int64_t Count(Operation op);
     // Called by the platform layer before doing `op`: true when this call
-    // must fail.
-    static bool ShouldFail(Operation op);
+    // must fail. Inline, so that the production case is one load.
+    static bool ShouldFail(Operation op) {
+        return active_.load(std::memory_order_relaxed) && CountCall(op);
+    }
+
+private:
+    static bool CountCall(Operation op);
+    static std::atomic<bool> active_;
 };
 
 // Disarms the seam when it leaves scope.

@@ -280,7 +280,7 @@ int File::Write(const void* buffer, int n) {
     if ((!contiguous || writeFill_ + n > kBufferSize) && !FlushWriteBuffer()) return 0;
 
     const auto* data = static_cast<const unsigned char*>(buffer);
-    PatchReadBuffer(position_, data, n);
+    if (bufferFill_ > 0) PatchReadBuffer(position_, data, n);
     if (n >= kBufferSize) {
         if (!WriteAt(fd_, data, static_cast<size_t>(n), position_)) {
             return FailFromErrno(errno, kWriteFailed);
