@@ -1,0 +1,154 @@
+#include "dbase/NumericText.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "foundation/Locale.h"
+
+namespace quillet::numeric_text {
+
+namespace {
+
+constexpr int kMaxFieldText = 512;
+
+// Copies the first `width` bytes of printf output into the field, with the
+// locale's decimal point turned into the on-disk ".".
+void CopyFixedWidth(const char* text, int width, char* out) {
+    char point = LocaleDecimalPoint();
+    for (int i = 0; i < width; ++i) {
+        char c = text[i];
+        if (c == '\0') {
+            // printf pads to the width, so this only guards a failed call.
+            std::memset(out + i, ' ', static_cast<size_t>(width - i));
+            return;
+        }
+        out[i] = c == point ? '.' : c;
+    }
+}
+
+// Writes into a field of fixed width, dropping whatever would run past it.
+class FieldWriter {
+public:
+    FieldWriter(char* out, int width) : out_(out), width_(width) {}
+    void Put(char c, int count = 1) {
+        for (; count > 0 && used_ < width_; --count) out_[used_++] = c;
+    }
+    void Put(std::string_view text) {
+        for (char c : text) Put(c);
+    }
+
+private:
+    char* out_;
+    int width_;
+    int used_ = 0;
+};
+
+// Step 3 of the layout: "." at most once and never after the exponent mark,
+// the exponent mark at most once. Nothing else is checked.
+bool ScanNumber(std::string_view body, bool& hasExponent) {
+    bool dot = false;
+    hasExponent = false;
+    for (char c : body) {
+        if (c == '.') {
+            if (dot || hasExponent) return false;
+            dot = true;
+        } else if (c == 'E' || c == 'e') {
+            if (hasExponent) return false;
+            hasExponent = true;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+int Layout(const char* text, char type, int width, int decimals, char* out) {
+    std::string_view all(text);
+    // Every leading "-" counts as negative, "-0" included: the check meant to
+    // exempt negative zero looked at the sign itself.
+    bool negative = !all.empty() && all[0] == '-';
+    bool reserveSign = static_cast<int>(all.size()) < width || negative;
+    std::string_view digits = negative ? all.substr(1) : all;
+
+    bool hasExponent;
+    if (!ScanNumber(digits, hasExponent)) return 17;
+    if (hasExponent) {
+        if (static_cast<int>(all.size()) > width) return 17;
+        FieldWriter writer(out, width);
+        writer.Put(' ', width - static_cast<int>(all.size()));
+        writer.Put(all);
+        return 0;
+    }
+
+    if (!digits.empty() && digits.back() == '.') digits.remove_suffix(1);
+    size_t dot = digits.find('.');
+    if (type == 'N' && dot != std::string_view::npos) {
+        // Cut, not rounded.
+        digits = digits.substr(0, decimals > 0 ? dot + 1 + static_cast<size_t>(decimals) : dot);
+        dot = digits.find('.');
+    }
+    bool addDot = false;
+    int zeros = 0;
+    if (decimals > 0) {
+        if (dot == std::string_view::npos) {
+            addDot = true;
+            zeros = decimals;
+        } else {
+            int fraction = static_cast<int>(digits.size() - dot - 1);
+            zeros = decimals > fraction ? decimals - fraction : 0;
+        }
+    }
+    while (!digits.empty() && static_cast<int>(digits.size()) + zeros > width) {
+        digits.remove_prefix(1);
+    }
+
+    int used = (reserveSign ? 1 : 0) + static_cast<int>(digits.size()) + (addDot ? 1 : 0) + zeros;
+    FieldWriter writer(out, width);
+    writer.Put(' ', width - used);
+    if (reserveSign) writer.Put(negative ? '-' : ' ');
+    writer.Put(digits);
+    if (addDot) writer.Put('.');
+    writer.Put('0', zeros);
+    return 0;
+}
+
+void FormatDouble(double value, char type, int width, int decimals, char* out) {
+    char text[kMaxFieldText];
+    int length = -1;
+    if (type == 'N') {
+        length = std::snprintf(text, sizeof text, "%*.*f", width, decimals, value);
+    }
+    if (type != 'N' || length > width) {
+        std::snprintf(text, sizeof text, "%*.*e", width, width - 8, value);
+    }
+    CopyFixedWidth(text, width, out);
+}
+
+void FormatInteger(int32_t value, int width, char* out) {
+    char text[kMaxFieldText];
+    std::snprintf(text, sizeof text, "%*d", width, value);
+    CopyFixedWidth(text, width, out);
+}
+
+double Parse(const char* bytes, int length) {
+    char text[kMaxFieldText];
+    if (length >= kMaxFieldText) length = kMaxFieldText - 1;
+    std::memcpy(text, bytes, static_cast<size_t>(length));
+    text[length] = '\0';
+    char point = LocaleDecimalPoint();
+    if (point != '.') {
+        for (int i = 0; i < length; ++i) {
+            if (text[i] == '.') text[i] = point;
+        }
+    }
+    return std::atof(text);
+}
+
+int32_t TruncateToInt32(double value) {
+    if (!(value > -2147483649.0 && value < 2147483648.0)) return INT32_MIN;
+    return static_cast<int32_t>(value);
+}
+
+}  // namespace quillet::numeric_text
