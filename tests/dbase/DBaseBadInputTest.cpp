@@ -121,7 +121,7 @@ TEST_F(DBaseBadInput, MalformedNumbersDatesAndLogicals) {
     EXPECT_EQ(value.vt, VT_R4);
     EXPECT_FLOAT_EQ(value.fltVal, 1.0f);
     ASSERT_TRUE(table_.GetValue(1, value));
-    EXPECT_EQ(value.vt, VT_DATE);  // the year reads as 20, a date all the same
+    EXPECT_EQ(value.vt, VT_NULL);  // the year reads as 20, before any variant date
     DBase::DateRec date = table_.GetFieldDate(1);
     EXPECT_EQ(std::wstring(date.year, 4), L"20AB");
     EXPECT_FALSE(table_.GetFieldLogical(2));

@@ -25,16 +25,6 @@ constexpr size_t kDbfHeaderBytes = 32;
 constexpr size_t kLdidOffset = 29;
 constexpr std::streamsize kMaxCpgBytes = 4096;
 
-const char* KindName(CodePage::qovaCodePageEnum kind) {
-    switch (kind) {
-        case CodePage::qovaCodePageOEM: return "OEM";
-        case CodePage::qovaCodePageANSI: return "ANSI";
-        case CodePage::qovaCodePageISO: return "ISO";
-        case CodePage::qovaCodePageUTF8: return "UTF-8";
-        default: return "default";
-    }
-}
-
 uint32_t ParseCodePage(const std::string& text) {
     uint32_t id = CodePage::FindCodePageId(String::FromUtf8(text));
     if (id == 0) throw UsageError("unknown code page: " + text);
@@ -77,7 +67,7 @@ void RunList(bool json) {
     for (const auto& listed : ConvertibleCodePages()) {
         CodePage page(listed.id);
         out.push_back({{"code_page", listed.id},
-                       {"kind", KindName(page.GetCodePageType())},
+                       {"kind", CodePageKindName(page.GetCodePageType())},
                        {"name", Utf8(page.GetCodePageName().str())},
                        {"source", listed.source}});
     }
@@ -177,7 +167,7 @@ void RunInfo(const std::string& file, bool json) {
                 {"ldid", ldidText},
                 {"cpg", cpg ? Json(*cpg) : Json(nullptr)},
                 {"code_page", page.GetCodePageId()},
-                {"kind", KindName(page.GetCodePageType())},
+                {"kind", CodePageKindName(page.GetCodePageType())},
                 {"name", Utf8(page.GetCodePageName().str())},
                 {"reason", reason}};
     json ? PrintJson(out) : PrintFields(out);
@@ -198,7 +188,7 @@ void RunDemo(const std::filesystem::path&) {
     for (const char* text : {"ANSI 1252", "OEM 850", "ISO 8859-15", "UTF-8", "ASMO 449"}) {
         CodePage page{String(text)};
         std::cout << "  \"" << text << "\" -> " << page.GetCodePageId() << " ("
-                  << KindName(page.GetCodePageType()) << "), LDID " << int{page.GetDBaseLDId()}
+                  << CodePageKindName(page.GetCodePageType()) << "), LDID " << int{page.GetDBaseLDId()}
                   << ", written back as \"" << Utf8(page.GetCodePageName().str()) << "\"\n";
     }
     const std::wstring text = L"Cr\u00E8me br\u00FBl\u00E9e \u20AC5";

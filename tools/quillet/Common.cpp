@@ -17,6 +17,16 @@ std::wstring WidePath(const std::filesystem::path& path) {
 
 std::string Utf8(const std::wstring& text) { return quillet::String(text).ToUtf8(); }
 
+const char* CodePageKindName(int kind) {
+    switch (kind) {
+        case 1: return "OEM";
+        case 2: return "ANSI";
+        case 3: return "ISO";
+        case 4: return "UTF-8";
+        default: return "default";
+    }
+}
+
 void RequireRegularFile(const std::filesystem::path& path) {
     std::error_code ec;
     auto status = std::filesystem::status(path, ec);

@@ -15,6 +15,10 @@ namespace quillet::tool {
 std::wstring WidePath(const std::filesystem::path& path);
 std::string Utf8(const std::wstring& text);
 
+// The name of a code page kind (CodePage::qovaCodePageEnum): "default",
+// "OEM", "ANSI", "ISO" or "UTF-8".
+const char* CodePageKindName(int kind);
+
 // Fails (Failure naming the path) unless `path` is an existing regular file.
 void RequireRegularFile(const std::filesystem::path& path);
 
