@@ -1,0 +1,209 @@
+// The reader on index files written record by record: both header layouts and
+// byte orders, and bad content, where searches return what they can.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <limits>
+
+#include "IndexTestSupport.h"
+#include "foundation/IEnvelope.h"
+#include "recordfile/VFile.h"
+#include "spatialindex/BinIndex.h"
+#include "support/TestSupport.h"
+
+namespace quillet::test {
+namespace {
+
+struct RawIndex {
+    int32_t userType = BinIndexHeader::kBuilderUserType;
+    VFile::FileType type = VFile::kBigEndian;
+    BinIndexHeader header{4, WKSEnvelope{0, 0, 255, 255}};
+    std::vector<BinMapEntry> bins;
+    // Records 1, 2, ...; an empty one is written as 4 bytes, too short for
+    // an entry.
+    std::vector<std::vector<BinFeatureRec>> records;
+};
+
+void WriteRaw(const std::filesystem::path& path, const RawIndex& raw) {
+    bool big = raw.type == VFile::kBigEndian;
+    VFile file(WidePath(path).c_str());
+    ASSERT_TRUE(file.Create(raw.userType, VFile::kReadWrite, false, VFile::kIndexed, 0, raw.type));
+    unsigned char header[BinIndexHeader::kDoubleLength];
+    raw.header.EncodeTo(header, raw.userType, big);
+    ASSERT_TRUE(file.WriteUserHeader(header, BinIndexHeader::LengthFor(raw.userType)));
+    std::vector<unsigned char> map(raw.bins.size() * BinMapEntry::kLength);
+    for (size_t i = 0; i < raw.bins.size(); ++i) raw.bins[i].EncodeTo(&map[i * 8], big);
+    ASSERT_TRUE(file.WriteRecord(0, map.data(), static_cast<int32_t>(map.size())));
+    for (size_t r = 0; r < raw.records.size(); ++r) {
+        std::vector<unsigned char> bytes(
+            std::max<size_t>(4, raw.records[r].size() * BinFeatureRec::kLength));
+        for (size_t i = 0; i < raw.records[r].size(); ++i) {
+            raw.records[r][i].EncodeTo(&bytes[i * 8], big);
+        }
+        ASSERT_TRUE(file.WriteRecord(static_cast<int32_t>(r + 1), bytes.data(),
+                                     static_cast<int32_t>(bytes.size())));
+    }
+    ASSERT_TRUE(file.Close());
+}
+
+BinFeatureRec Entry(int32_t number, GridBox box = GridBox{10, 10, 20, 20}) {
+    return BinFeatureRec{box, number};
+}
+
+std::vector<int32_t> SearchAll(const std::filesystem::path& path, WKSEnvelope window) {
+    BinIndex index(WidePath(path).c_str());
+    Envelope query(window);
+    RecNumSet found;
+    int32_t added = index.Search(&query, &found);
+    EXPECT_EQ(added, found.Count());
+    return found.ToVector();
+}
+
+// Not the whole extent, but the whole grid.
+const WKSEnvelope kMostOfIt{0, 0, 254, 254};
+
+TEST(BinIndexReaderTest, ReadsFloatHeadersOfLittleEndianFiles) {
+    TempDir dir;
+    RawIndex raw;
+    raw.userType = 0;
+    raw.type = VFile::kLittleEndian;
+    raw.header = BinIndexHeader{2, WKSEnvelope{-10, 0, 10, 510}};
+    raw.bins = {{2, 2}};
+    raw.records = {{Entry(1, GridBox{0, 0, 10, 10}), Entry(2, GridBox{200, 200, 255, 255})}};
+    WriteRaw(dir / "f.sbn", raw);
+
+    BinIndex index(dir.Wide("f.sbn").c_str());
+    EXPECT_EQ(index.GetByteOrder(), VFile::kLittleEndian);
+    EXPECT_EQ(index.GetFeatureCount(), 2);
+    EXPECT_EQ(index.GetExtent().XMin, -10);
+    EXPECT_EQ(index.GetExtent().YMax, 510);
+    EXPECT_DOUBLE_EQ(index.GetMapping().xscale, 255.0 / 20);
+    EXPECT_DOUBLE_EQ(index.GetMapping().yscale, 0.5);
+    // x -10..-9 is grid 0..14, y 0..2 is grid 0..2: only feature 1.
+    EXPECT_EQ(SearchAll(dir / "f.sbn", WKSEnvelope{-10, 0, -9, 2}), (std::vector<int32_t>{1}));
+}
+
+TEST(BinIndexReaderTest, SingleBinIndexChecksOnlyTheRootsEntries) {
+    TempDir dir;
+    RawIndex raw;
+    raw.bins = {{2, 3}};
+    raw.records = {{Entry(5, GridBox{0, 0, 1, 1}), Entry(6, GridBox{100, 100, 101, 101}),
+                    Entry(7, GridBox{250, 250, 255, 255})},
+                   {Entry(8)}};  // a record no bin names
+    WriteRaw(dir / "s.sbn", raw);
+    EXPECT_EQ(SearchAll(dir / "s.sbn", WKSEnvelope{90, 90, 254, 254}),
+              (std::vector<int32_t>{6, 7}));
+    EXPECT_EQ(SearchAll(dir / "s.sbn", kMostOfIt), (std::vector<int32_t>{5, 6, 7}));
+}
+
+TEST(BinIndexReaderTest, MapNamingRecordsPastTheEndFindsWhatIsThere) {
+    TempDir dir;
+    RawIndex raw;
+    raw.bins = {{2, 1}, {50, 3}, {3, 5}};
+    raw.records = {{Entry(1)}, {Entry(2), Entry(3)}};
+    WriteRaw(dir / "p.sbn", raw);
+    // Bin 2 is beyond the records; bin 3 claims 5 entries and 2 are there.
+    EXPECT_EQ(SearchAll(dir / "p.sbn", kMostOfIt), (std::vector<int32_t>{1, 2, 3}));
+}
+
+TEST(BinIndexReaderTest, HostileCountsAndFirstsAreBounded) {
+    TempDir dir;
+    RawIndex raw;
+    const int32_t kMax = std::numeric_limits<int32_t>::max();
+    const int32_t kMin = std::numeric_limits<int32_t>::min();
+    // Every bin claims the whole file, over and over; some claim nonsense.
+    raw.bins.assign(20000, BinMapEntry{2, kMax});
+    raw.bins[0] = BinMapEntry{kMin, 5};
+    raw.bins[1] = BinMapEntry{1, 5};  // record 0 is the map, not features
+    raw.bins[2] = BinMapEntry{kMax, kMax};
+    raw.bins[3] = BinMapEntry{3, kMin};
+    raw.records = {{Entry(1), Entry(2)}, {}, {Entry(3)}};
+    WriteRaw(dir / "h.sbn", raw);
+    BinIndex index(dir.Wide("h.sbn").c_str());
+    EXPECT_EQ(index.GetBinCount(), 20000);
+    int64_t claimed = 0;
+    for (int32_t b = 1; b <= index.GetBinCount(); ++b) {
+        EXPECT_GE(index.GetBin(b).count, 0);
+        claimed += index.GetBin(b).count;
+    }
+    // No more entries than the data file could hold.
+    EXPECT_LE(claimed * 8, static_cast<int64_t>(std::filesystem::file_size(dir / "h.sbn")));
+    // The short record 2 ends bin 5's reading: feature 3 is not reached.
+    EXPECT_EQ(SearchAll(dir / "h.sbn", kMostOfIt), (std::vector<int32_t>{1, 2}));
+}
+
+TEST(BinIndexReaderTest, BinsBeyondTheMapAreNotSearched) {
+    TempDir dir;
+    RawIndex raw;
+    // One bin: the records that deeper bins would name are never read.
+    raw.bins = {{-1, 0}};
+    raw.records = {{Entry(1)}};
+    WriteRaw(dir / "b.sbn", raw);
+    EXPECT_TRUE(SearchAll(dir / "b.sbn", kMostOfIt).empty());
+}
+
+TEST(BinIndexReaderTest, BadMapRecordsGiveAnIndexWithoutBins) {
+    TempDir dir;
+    for (int length : {0, 4, 6}) {
+        auto path = dir / ("m" + std::to_string(length) + ".sbn");
+        VFile file(WidePath(path).c_str());
+        ASSERT_TRUE(file.Create(-400, VFile::kReadWrite, false, VFile::kIndexed, 0));
+        unsigned char header[36] = {};
+        BinIndexHeader{3, WKSEnvelope{0, 0, 1, 1}}.EncodeTo(header, -400, true);
+        ASSERT_TRUE(file.WriteUserHeader(header, 36));
+        unsigned char map[8] = {0, 0, 0, 2, 0, 0, 0, 1};
+        if (length > 0) ASSERT_TRUE(file.WriteRecord(0, map, length));
+        ASSERT_TRUE(file.Close());
+        BinIndex index(WidePath(path).c_str());
+        EXPECT_TRUE(index.IsOpen());
+        EXPECT_EQ(index.GetBinCount(), 0);
+        EXPECT_TRUE(SearchAll(path, WKSEnvelope{0.1, 0.1, 0.2, 0.2}).empty());
+        // The whole-extent shortcut does not need the map.
+        EXPECT_EQ(SearchAll(path, WKSEnvelope{0, 0, 1, 1}), (std::vector<int32_t>{1, 2, 3}));
+    }
+}
+
+TEST(BinIndexReaderTest, TruncatedAndForeignFilesGiveAnEmptyIndex) {
+    TempDir dir;
+    RawIndex raw;
+    raw.bins = {{2, 1}};
+    raw.records = {{Entry(1)}};
+    WriteRaw(dir / "t.sbn", raw);
+    auto bytes = ReadBytes(dir / "t.sbn");
+    for (size_t keep : {0, 4, 60, 99}) {
+        WriteBytes(dir / "cut.sbn", std::vector<unsigned char>(bytes.begin(), bytes.begin() + keep));
+        std::filesystem::copy_file(dir / "t.sbx", dir / "cut.sbx",
+                                   std::filesystem::copy_options::overwrite_existing);
+        BinIndex index(dir.Wide("cut.sbn").c_str());
+        EXPECT_FALSE(index.IsOpen()) << keep;
+        EXPECT_EQ(index.GetFeatureCount(), 0);
+        EXPECT_TRUE(SearchAll(dir / "cut.sbn", kMostOfIt).empty());
+    }
+    // Not a record file at all.
+    WriteBytes(dir / "x.sbn", std::vector<unsigned char>(300, 0x41));
+    WriteBytes(dir / "x.sbx", std::vector<unsigned char>(300, 0x41));
+    EXPECT_FALSE(BinIndex(dir.Wide("x.sbn").c_str()).IsOpen());
+    // The data file without its index file.
+    std::filesystem::remove(dir / "t.sbx");
+    EXPECT_FALSE(BinIndex(dir.Wide("t.sbn").c_str()).IsOpen());
+}
+
+TEST(BinIndexReaderTest, ShapeFilesOpenedAsIndexesDoNotMisbehave) {
+    QUILLET_REQUIRE_PEER_SAMPLES();
+    for (const auto& entry : std::filesystem::directory_iterator(PeerSamplesDir())) {
+        if (entry.path().extension() != ".shp") continue;
+        SCOPED_TRACE(entry.path().filename().string());
+        BinIndex index(WidePath(entry.path()).c_str());
+        Envelope window(-1e9, -1e9, 1e9, 1e9);
+        Envelope small(0, 0, 1, 1);
+        RecNumSet found;
+        index.Search(&window, &found);
+        index.Search(&small, &found);
+        EXPECT_LE(index.GetBinCount(),
+                  static_cast<int32_t>(std::filesystem::file_size(entry.path()) / 8));
+    }
+}
+
+}  // namespace
+}  // namespace quillet::test

@@ -1,0 +1,187 @@
+#include "IndexTestSupport.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "foundation/ByteOrder.h"
+#include "foundation/IEnvelope.h"
+#include "recordfile/VFile.h"
+#include "spatialindex/BinIndexBuilder.h"
+#include "spatialindex/ShapeIndexing.h"
+
+namespace quillet::test {
+
+namespace {
+
+std::vector<unsigned char> ReadWholeRecord(VFile& file, int32_t n) {
+    int32_t length = file.GetRecordLength(n);
+    std::vector<unsigned char> bytes(static_cast<size_t>(std::max(length, 0)));
+    if (length > 0 && !file.ReadRecord(n, bytes.data(), length)) bytes.clear();
+    return bytes;
+}
+
+}  // namespace
+
+std::wstring WidePath(const std::filesystem::path& path) {
+    std::string s = path.string();
+    return std::wstring(s.begin(), s.end());
+}
+
+bool BuildIndex(const std::filesystem::path& path, const Layer& layer) {
+    BinIndexBuilder builder;
+    Envelope extent(layer.extent);
+    if (!builder.Create(WidePath(path).c_str(), static_cast<int32_t>(layer.boxes.size()), &extent)) {
+        return false;
+    }
+    for (size_t i = 0; i < layer.boxes.size(); ++i) {
+        Envelope box(layer.boxes[i]);
+        if (!builder.AddFeature(static_cast<int32_t>(i + 1), &box)) return false;
+    }
+    return builder.Finish();
+}
+
+IndexDump DumpIndex(const std::filesystem::path& path) {
+    IndexDump dump;
+    VFile file(WidePath(path).c_str());
+    if (!file.Open(VFile::kReadOnly, VFile::kIndexed, true, false)) return dump;
+    dump.userType = file.GetUserType();
+    dump.bigEndian = file.GetFileType() == VFile::kBigEndian;
+    unsigned char header[BinIndexHeader::kDoubleLength] = {};
+    file.ReadUserHeader(header, BinIndexHeader::LengthFor(dump.userType));
+    dump.header.DecodeFrom(header, dump.userType, dump.bigEndian);
+    auto map = ReadWholeRecord(file, 0);
+    for (size_t i = 0; i + BinMapEntry::kLength <= map.size(); i += BinMapEntry::kLength) {
+        dump.bins.emplace_back().DecodeFrom(&map[i], dump.bigEndian);
+    }
+    dump.records.emplace_back();
+    for (int32_t n = 1; n < file.GetNumRecs(); ++n) {
+        auto bytes = ReadWholeRecord(file, n);
+        auto& entries = dump.records.emplace_back();
+        for (size_t i = 0; i + BinFeatureRec::kLength <= bytes.size(); i += BinFeatureRec::kLength) {
+            entries.emplace_back().DecodeFrom(&bytes[i], dump.bigEndian);
+        }
+    }
+    return dump;
+}
+
+std::vector<BinFeatureRec> BinEntries(const IndexDump& dump, int32_t bin) {
+    std::vector<BinFeatureRec> entries;
+    const BinMapEntry& entry = dump.bins.at(static_cast<size_t>(bin - 1));
+    for (size_t r = static_cast<size_t>(entry.first - 1);
+         static_cast<int32_t>(entries.size()) < entry.count && r < dump.records.size(); ++r) {
+        for (const auto& e : dump.records[r]) {
+            if (static_cast<int32_t>(entries.size()) < entry.count) entries.push_back(e);
+        }
+    }
+    return entries;
+}
+
+WKSEnvelope UnionOf(const std::vector<WKSEnvelope>& boxes) {
+    WKSEnvelope all{0, 0, -1, -1};
+    bool any = false;
+    for (const auto& b : boxes) {
+        if (b.IsEmpty()) continue;
+        if (!any) {
+            all = b;
+            any = true;
+            continue;
+        }
+        all = WKSEnvelope{std::min(all.XMin, b.XMin), std::min(all.YMin, b.YMin),
+                          std::max(all.XMax, b.XMax), std::max(all.YMax, b.YMax)};
+    }
+    return all;
+}
+
+Layer RandomLayer(std::mt19937_64& random, int count) {
+    std::uniform_real_distribution<double> unit(0, 1);
+    double x0 = (unit(random) - 0.5) * 1e6;
+    double y0 = (unit(random) - 0.5) * 1e6;
+    // Degenerate extents too: a line across x or y, or a single point.
+    int shape = static_cast<int>(random() % 8);
+    double width = shape == 0 ? 0 : std::pow(10.0, unit(random) * 8 - 3);
+    double height = shape == 1 ? 0 : std::pow(10.0, unit(random) * 8 - 3);
+    if (shape == 2) width = height = 0;
+
+    Layer layer;
+    auto at = [&](double fx, double fy) { return std::pair{x0 + fx * width, y0 + fy * height}; };
+    for (int i = 0; i < count; ++i) {
+        double fx = unit(random);
+        double fy = unit(random);
+        double size = 0;
+        switch (random() % 10) {
+            case 0:  // null shape
+                layer.boxes.push_back(WKSEnvelope{0, 0, -1, -1});
+                continue;
+            case 1:  // on an edge of the extent
+                (random() % 2 ? fx : fy) = static_cast<double>(random() % 2);
+                break;
+            case 2:  // huge
+                fx = unit(random) * 0.2;
+                fy = unit(random) * 0.2;
+                size = 0.5 + unit(random) * 0.5;
+                break;
+            case 3:
+            case 4:  // a point
+                break;
+            case 5:  // a corner
+                fx = static_cast<double>(random() % 2);
+                fy = static_cast<double>(random() % 2);
+                break;
+            default:  // tiny
+                size = unit(random) * 0.01;
+                break;
+        }
+        auto [xmin, ymin] = at(fx, fy);
+        auto [xmax, ymax] = at(std::min(1.0, fx + size * unit(random)),
+                               std::min(1.0, fy + size * unit(random)));
+        layer.boxes.push_back(WKSEnvelope{xmin, ymin, std::max(xmin, xmax), std::max(ymin, ymax)});
+    }
+    // The extent is the union, as a shape header holds it, or a little more.
+    layer.extent = UnionOf(layer.boxes);
+    if (layer.extent.IsEmpty()) layer.extent = WKSEnvelope{x0, y0, x0 + width, y0 + height};
+    if (random() % 4 == 0) {
+        layer.extent.XMin -= width * 0.1;
+        layer.extent.YMax += height * 0.1;
+    }
+    return layer;
+}
+
+WKSEnvelope RandomWindow(std::mt19937_64& random, const WKSEnvelope& extent) {
+    std::uniform_real_distribution<double> unit(0, 1);
+    double w = extent.Width();
+    double h = extent.Height();
+    // Degenerate extents still get windows of some size around them.
+    double sw = w > 0 ? w : 1;
+    double sh = h > 0 ? h : 1;
+    double size = std::pow(10.0, -4 + unit(random) * 4.3);
+    if (random() % 10 == 0) size = 0;  // a point window
+    double x = extent.XMin - 0.1 * sw + unit(random) * 1.2 * sw;
+    double y = extent.YMin - 0.1 * sh + unit(random) * 1.2 * sh;
+    WKSEnvelope window{x, y, x + size * sw * unit(random) * 2, y + size * sh * unit(random) * 2};
+    if (random() % 8 == 0) window.XMin = extent.XMax;  // touching the right edge
+    if (random() % 8 == 0) window.YMax = extent.YMin;  // touching the bottom edge
+    if (window.XMax < window.XMin) std::swap(window.XMin, window.XMax);
+    if (window.YMax < window.YMin) std::swap(window.YMin, window.YMax);
+    return window;
+}
+
+Layer ReadShapeLayer(const std::filesystem::path& shp) {
+    Layer layer;
+    VFile file(WidePath(shp).c_str());
+    if (!file.Open(VFile::kReadOnly, VFile::kIndexed, true, false)) return layer;
+    unsigned char header[72] = {};
+    file.ReadUserHeader(header, 72);
+    layer.extent = WKSEnvelope{DecodeDoubleLE(header + 8), DecodeDoubleLE(header + 16),
+                               DecodeDoubleLE(header + 24), DecodeDoubleLE(header + 32)};
+    for (int32_t n = 0; n < file.GetNumRecs(); ++n) {
+        auto bytes = ReadWholeRecord(file, n);
+        WKSEnvelope box{0, 0, -1, -1};
+        if (!ShapeRecordEnvelope(bytes.data(), static_cast<int32_t>(bytes.size()), &box)) {
+            box = WKSEnvelope{0, 0, -1, -1};
+        }
+        layer.boxes.push_back(box);
+    }
+    return layer;
+}
+
+}  // namespace quillet::test
