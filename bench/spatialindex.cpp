@@ -123,8 +123,7 @@ void BM_IndexQuery(benchmark::State& state, double areaFraction) {
         quillet::Envelope query(windows[next]);
         next = (next + 1) % windows.size();
         result.Clear();
-        data.index().Search(&query, &result);
-        found += result.Count();
+        found += data.index().Search(&query, &result);
     }
     state.counters["candidates"] =
         benchmark::Counter(static_cast<double>(found), benchmark::Counter::kAvgIterations);
@@ -153,7 +152,8 @@ void BM_LinearScan(benchmark::State& state, double areaFraction) {
 
 }  // namespace
 
-BENCHMARK(BM_Build)->Unit(benchmark::kMillisecond)->Iterations(3);
+// The build writes files: its rate is taken over the wall clock.
+BENCHMARK(BM_Build)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
 BENCHMARK_CAPTURE(BM_IndexQuery, area_0_01pct, 0.0001)->Unit(benchmark::kMicrosecond)->Iterations(kWindows);
 BENCHMARK_CAPTURE(BM_LinearScan, area_0_01pct, 0.0001)->Unit(benchmark::kMicrosecond)->Iterations(300);
 BENCHMARK_CAPTURE(BM_IndexQuery, area_1pct, 0.01)->Unit(benchmark::kMicrosecond)->Iterations(kWindows);

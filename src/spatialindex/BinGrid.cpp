@@ -44,18 +44,7 @@ uint8_t S_QueryMax(double value, double origin, double scale) {
     return r >= 256 ? 255 : S_LowByte(r);
 }
 
-bool S_Overlaps(uint8_t aMin, uint8_t aMax, uint8_t bMin, uint8_t bMax) {
-    bool bMinInA = bMin >= aMin && bMin <= aMax;
-    bool bMaxInA = bMax >= aMin && bMax <= aMax;
-    bool aInB = aMin >= bMin && aMax <= bMax;
-    return bMinInA || bMaxInA || aInB;
-}
-
 }  // namespace
-
-bool IsOver(const GridBox& a, const GridBox& b) {
-    return S_Overlaps(a.xmin, a.xmax, b.xmin, b.xmax) && S_Overlaps(a.ymin, a.ymax, b.ymin, b.ymax);
-}
 
 IntBox FeatureGridBox(const WKSEnvelope& f, const GridMapping& m) {
     return IntBox{S_FeatureMin(f.XMin, m.xmin, m.xscale), S_FeatureMin(f.YMin, m.ymin, m.yscale),

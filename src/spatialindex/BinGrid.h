@@ -44,7 +44,15 @@ struct QUILLET_EXPORT GridMapping {
 };
 
 // Whether two closed boxes overlap on both axes; boxes that only touch do.
-QUILLET_EXPORT bool IsOver(const GridBox& a, const GridBox& b);
+// Inline: the search asks it of every cell and entry it passes.
+inline bool IsOver(const GridBox& a, const GridBox& b) {
+    // On each axis: b's min or max lies within a, or a lies within b.
+    auto overlaps = [](uint8_t aMin, uint8_t aMax, uint8_t bMin, uint8_t bMax) {
+        return (bMin >= aMin && bMin <= aMax) || (bMax >= aMin && bMax <= aMax) ||
+               (aMin >= bMin && aMax <= bMax);
+    };
+    return overlaps(a.xmin, a.xmax, b.xmin, b.xmax) && overlaps(a.ymin, a.ymax, b.ymin, b.ymax);
+}
 
 // The builder's box of a feature: minima below 0 become 0, and a maximum is
 // one past the rounded coordinate unless that reaches 255, which it becomes.

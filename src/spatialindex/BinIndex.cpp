@@ -160,10 +160,9 @@ void BinIndex::ReadCellMapRecord(int32_t bin, const SearchBox& query, RecNumSet*
         for (int32_t i = 0; i < entries; ++i) {
             BinFeatureRec feature;
             feature.DecodeFrom(buffer_.get() + i * BinFeatureRec::kLength, bigEndian);
-            if (IsOver(feature.box, query)) {
-                result->Add(feature.featureNumber);
-                ++count;
-            }
+            if (!IsOver(feature.box, query)) continue;
+            result->Add(feature.featureNumber);
+            ++count;
         }
         remaining -= entries;
     }

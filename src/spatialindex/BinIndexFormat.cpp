@@ -76,9 +76,5 @@ void BinFeatureRec::EncodeTo(unsigned char* out, bool bigEndian) const {
     S_PutInt(out + 4, featureNumber, bigEndian);
 }
 
-void BinFeatureRec::DecodeFrom(const unsigned char* in, bool bigEndian) {
-    box = GridBox{in[0], in[1], in[2], in[3]};
-    featureNumber = S_GetInt(in + 4, bigEndian);
-}
 
 }  // namespace quillet

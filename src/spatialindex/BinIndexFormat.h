@@ -38,6 +38,7 @@
 #include <cstdint>
 #include <span>
 
+#include "foundation/ByteOrder.h"
 #include "foundation/WKSEnvelope.h"
 #include "spatialindex/BinGrid.h"
 
@@ -80,7 +81,12 @@ struct BinFeatureRec {
     int32_t featureNumber = 0;
 
     void EncodeTo(unsigned char* out, bool bigEndian) const;
-    void DecodeFrom(const unsigned char* in, bool bigEndian);
+    // Inline: a search decodes every entry it passes.
+    void DecodeFrom(const unsigned char* in, bool bigEndian) {
+        box = GridBox{in[0], in[1], in[2], in[3]};
+        featureNumber = static_cast<int32_t>(bigEndian ? DecodeFixed32BE(in + 4)
+                                                       : DecodeFixed32LE(in + 4));
+    }
 };
 
 }  // namespace quillet

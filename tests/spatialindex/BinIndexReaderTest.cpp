@@ -116,7 +116,7 @@ TEST(BinIndexReaderTest, HostileCountsAndFirstsAreBounded) {
     raw.bins.assign(20000, BinMapEntry{2, kMax});
     raw.bins[0] = BinMapEntry{kMin, 5};
     raw.bins[1] = BinMapEntry{1, 5};  // record 0 is the map, not features
-    raw.bins[2] = BinMapEntry{kMax, kMax};
+    raw.bins[2] = BinMapEntry{kMax, 7};
     raw.bins[3] = BinMapEntry{3, kMin};
     raw.records = {{Entry(1), Entry(2)}, {}, {Entry(3)}};
     WriteRaw(dir / "h.sbn", raw);
@@ -153,7 +153,9 @@ TEST(BinIndexReaderTest, BadMapRecordsGiveAnIndexWithoutBins) {
         BinIndexHeader{3, WKSEnvelope{0, 0, 1, 1}}.EncodeTo(header, -400, true);
         ASSERT_TRUE(file.WriteUserHeader(header, 36));
         unsigned char map[8] = {0, 0, 0, 2, 0, 0, 0, 1};
-        if (length > 0) ASSERT_TRUE(file.WriteRecord(0, map, length));
+        if (length > 0) {
+            ASSERT_TRUE(file.WriteRecord(0, map, length));
+        }
         ASSERT_TRUE(file.Close());
         BinIndex index(WidePath(path).c_str());
         EXPECT_TRUE(index.IsOpen());

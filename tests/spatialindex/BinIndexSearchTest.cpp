@@ -89,7 +89,7 @@ TEST(BinIndexSearchTest, RandomLayersAgreeWithBruteForce) {
     std::mt19937_64 random(20261122);
     const std::pair<int, int> layers[] = {{0, 50},     {1, 200},    {2, 200},   {24, 500},
                                           {25, 500},   {200, 1000}, {1000, 1000},
-                                          {5000, 500}, {30000, 300}, {200000, 150}};
+                                          {5000, 500}, {30000, 200}, {200000, 80}};
     for (auto [features, windows] : layers) {
         for (int round = 0; round < (features < 1000 ? 6 : 1); ++round) {
             SCOPED_TRACE("layer of " + std::to_string(features) + " features, round " +

@@ -21,13 +21,13 @@ namespace quillet::tool {
 namespace {
 
 std::filesystem::path IndexPathOf(const std::filesystem::path& shp) {
-    return Utf8(BinIndexPathFor(WidePath(shp)).GetPath().str());
+    return Utf8(BinIndexPathFor(WidePath(shp).c_str()).GetPath().str());
 }
 
 ShapeIndexSummary BuildIndex(const std::filesystem::path& shp) {
     RequireRegularFile(shp);
     std::optional<Progress> progress;
-    auto summary = BuildShapeFileIndex(WidePath(shp), [&](int32_t done, int32_t total) {
+    auto summary = BuildShapeFileIndex(WidePath(shp).c_str(), [&](int32_t done, int32_t total) {
         if (!progress) progress.emplace("Indexing " + shp.filename().string(), total);
         progress->Update(done);
     });
@@ -60,7 +60,7 @@ void RunBuild(const std::filesystem::path& shp) {
 std::unique_ptr<BinIndex> OpenIndex(const std::filesystem::path& shp) {
     auto path = IndexPathOf(shp);
     RequireRegularFile(path);
-    auto index = std::make_unique<BinIndex>(WidePath(path));
+    auto index = std::make_unique<BinIndex>(WidePath(path).c_str());
     if (!index->IsOpen()) throw Failure(path.string() + ": not a readable bin index");
     return index;
 }
@@ -159,7 +159,7 @@ bool ProbeBinIndex(const std::filesystem::path& path, std::span<const unsigned c
                          VFile::kIndexEntryLength;
         return true;
     }
-    BinIndex index(WidePath(path));
+    BinIndex index(WidePath(path).c_str());
     out["kind"] = "spatial bin index";
     out["byte_order"] = type == VFile::kBigEndian ? "big" : "little";
     out["user_type"] = header.userType;

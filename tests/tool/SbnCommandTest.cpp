@@ -1,0 +1,93 @@
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "ToolRunner.h"
+#include "foundation/ByteOrder.h"
+#include "recordfile/VFile.h"
+#include "support/TestSupport.h"
+
+namespace quillet::test {
+namespace {
+
+// A point layer over 0..100 × 0..100: feature n + 1 is points[n]; a negative
+// x writes a null shape.
+void WritePointLayer(const std::filesystem::path& path,
+                     const std::vector<std::pair<double, double>>& points) {
+    std::string s = path.string();
+    VFile file(std::wstring(s.begin(), s.end()).c_str());
+    ASSERT_TRUE(file.Create(0, VFile::kReadWrite, false, VFile::kIndexed, 0));
+    unsigned char header[72] = {};
+    EncodeFixed32LE(header, 1000);
+    EncodeFixed32LE(header + 4, 1);
+    EncodeDoubleLE(header + 24, 100);
+    EncodeDoubleLE(header + 32, 100);
+    ASSERT_TRUE(file.WriteUserHeader(header, 72));
+    for (auto [x, y] : points) {
+        unsigned char record[20] = {};
+        if (x >= 0) {
+            EncodeFixed32LE(record, 1);
+            EncodeDoubleLE(record + 4, x);
+            EncodeDoubleLE(record + 12, y);
+        }
+        ASSERT_GE(file.WriteNextRecord(record, x >= 0 ? 20 : 4), 0);
+    }
+    ASSERT_TRUE(file.Close());
+}
+
+std::string Quoted(const std::filesystem::path& path) { return "'" + path.string() + "'"; }
+
+TEST(SbnCommandTest, BuildQueryAndInfo) {
+    TempDir dir;
+    auto shp = dir / "points.shp";
+    WritePointLayer(shp, {{10, 10}, {-1, 0}, {90, 90}, {12, 11}, {50, 50}});
+
+    auto build = RunTool("sbn build " + Quoted(shp));
+    ASSERT_EQ(build.exitCode, 0) << build.err;
+    EXPECT_NE(build.out.find("5 features, 2 levels"), std::string::npos) << build.out;
+    EXPECT_TRUE(std::filesystem::exists(dir / "points.sbn"));
+    EXPECT_TRUE(std::filesystem::exists(dir / "points.sbx"));
+
+    auto query = RunTool("sbn query " + Quoted(shp) + " --bbox 0,0,20,20");
+    EXPECT_EQ(query.exitCode, 0) << query.err;
+    EXPECT_EQ(query.out, "1\n4\n");
+    EXPECT_EQ(RunTool("sbn query " + Quoted(shp) + " --bbox -5,-5,105,105 --count").out, "5\n");
+    EXPECT_EQ(RunTool("sbn query " + Quoted(shp) + " --bbox 60,60,70,70").out, "");
+
+    auto info = RunTool("sbn info " + Quoted(shp) + " --json");
+    ASSERT_EQ(info.exitCode, 0) << info.err;
+    auto json = nlohmann::json::parse(info.out);
+    EXPECT_EQ(json["features"], 5);
+    EXPECT_EQ(json["extent"], nlohmann::json({0.0, 0.0, 100.0, 100.0}));
+    int64_t perLevel = 0;
+    for (auto& n : json["levels"]) perLevel += n.get<int64_t>();
+    EXPECT_EQ(perLevel, 4);  // the null shape is in no bin
+    EXPECT_GE(json["bins"].get<int>(), 1);
+    EXPECT_GE(json["records"].get<int>(), 2);
+
+    auto probe = RunTool("info " + Quoted(dir / "points.sbn"));
+    EXPECT_NE(probe.out.find("kind: spatial bin index"), std::string::npos) << probe.out;
+    EXPECT_NE(probe.out.find("features: 5"), std::string::npos) << probe.out;
+}
+
+TEST(SbnCommandTest, BadInputIsOneLineAndExitOne) {
+    TempDir dir;
+    WriteBytes(dir / "junk.shp", std::vector<unsigned char>(200, 7));
+    WritePointLayer(dir / "plain.shp", {{1, 1}});
+    for (std::string args : {"sbn build " + Quoted(dir / "junk.shp"),
+                             "sbn build " + Quoted(dir / "missing.shp"),
+                             "sbn info " + Quoted(dir / "plain.shp"),
+                             "sbn query " + Quoted(dir / "plain.shp") + " --bbox 0,0,1,1"}) {
+        auto result = RunTool(args);
+        EXPECT_EQ(result.exitCode, 1) << args;
+        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+    }
+    for (std::string bbox : {"1,2,3", "1,2,3,4,5", "a,b,c,d", "1;2;3;4"}) {
+        auto result = RunTool("sbn query " + Quoted(dir / "plain.shp") + " --bbox '" + bbox + "'");
+        EXPECT_EQ(result.exitCode, 2) << bbox;
+    }
+    EXPECT_EQ(RunTool("sbn").exitCode, 2);
+}
+
+}  // namespace
+}  // namespace quillet::test
