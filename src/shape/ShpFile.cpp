@@ -157,16 +157,17 @@ int32_t ShpFile::GetRecordLength(int32_t n) { return file_.GetRecordLength(n); }
 
 const unsigned char* ShpFile::ReadRecord(int32_t n, int32_t& length) {
     length = 0;
-    if (file_.IsRecordDeleted(n)) return nullptr;
-    int32_t bytes = file_.GetRecordLength(n);
-    if (bytes <= 0) return nullptr;
     if (file_.IsMemoryMapped()) {
+        // One look-up answers deletion, length and place at once.
         void* memory = nullptr;
         int32_t mapped = 0;
         if (!file_.GetMemory(n, &memory, &mapped)) return nullptr;
         length = mapped;
         return static_cast<const unsigned char*>(memory);
     }
+    if (file_.IsRecordDeleted(n)) return nullptr;
+    int32_t bytes = file_.GetRecordLength(n);
+    if (bytes <= 0) return nullptr;
     // The record file checked the length against the file's size.
     if (buffer_.size() < static_cast<size_t>(bytes)) {
         buffer_.resize(static_cast<size_t>(bytes / kBufferGrain + 1) * kBufferGrain);
