@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "foundation/ByteOrder.h"
+#include "foundation/FaultInjection.h"
 #include "support/TestSupport.h"
 
 namespace quillet {
@@ -238,6 +239,39 @@ TEST(VFileFiles, RenameMovesTheDataFileBackWhenTheIndexCannotMove) {
     VFile file(dir.Wide("a.shp").c_str());
     EXPECT_FALSE(file.RenameFile(dir.Wide("b.shp").c_str()));
     EXPECT_EQ(dir.Files(), (std::vector<std::string>{"a.shp", "a.shx", "b.shx"}));
+}
+
+TEST(VFileFaults, FailedCompactionKeepsTheRecordsAndLeavesNoTemporaryFiles) {
+    TempDir dir;
+    TempDir temporary;
+    const char* saved = std::getenv("TMPDIR");
+    std::string savedValue = saved ? saved : "";
+    setenv("TMPDIR", temporary.path().c_str(), 1);
+    auto path = dir.Wide("c.shp");
+    for (int n = 1; n <= 40; ++n) {
+        WriteFile(path, {4, 6, 8, 10, 12});
+        VFile file(path.c_str());
+        ASSERT_TRUE(file.Open(VFile::kReadWrite, VFile::kIndexed, false, false));
+        ASSERT_TRUE(file.DeleteRecord(1));
+        ASSERT_TRUE(file.DeleteRecord(3));
+        ASSERT_TRUE(file.Flush());
+        bool compacted;
+        {
+            FaultInjectionScope scope;
+            FaultInjection::FailNth(FaultInjection::kWrite, n);
+            compacted = file.CompactFile();
+        }
+        EXPECT_TRUE(temporary.Files().empty()) << "write " << n;
+        // The first writes go to the copy: failing them must lose nothing.
+        if (n <= 5) {
+            EXPECT_FALSE(compacted);
+            ASSERT_TRUE(file.Close());
+            ASSERT_TRUE(file.Open(VFile::kReadOnly, VFile::kIndexed, false, false));
+            ASSERT_EQ(file.GetNumRecs(), 3) << "write " << n;
+            EXPECT_EQ(ReadAll(file, 2), Record(12, 64));
+        }
+    }
+    saved ? setenv("TMPDIR", savedValue.c_str(), 1) : unsetenv("TMPDIR");
 }
 
 // ---- bad input ----

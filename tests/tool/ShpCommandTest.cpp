@@ -1,0 +1,129 @@
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <sstream>
+
+#include "ToolRunner.h"
+#include "foundation/ByteOrder.h"
+#include "shape/ShpFile.h"
+#include "support/TestSupport.h"
+
+namespace quillet::test {
+namespace {
+
+using Json = nlohmann::json;
+
+std::vector<unsigned char> Point(double x, double y) {
+    std::vector<unsigned char> bytes(20);
+    EncodeFixed32LE(&bytes[0], ShpFile::qovaShapePoint);
+    EncodeDoubleLE(&bytes[4], x);
+    EncodeDoubleLE(&bytes[12], y);
+    return bytes;
+}
+
+// Three points, one null shape, then a short record that claims a polyline.
+void WriteLayer(const TempDir& dir, const std::string& name) {
+    ShpFile shp(dir.Wide(name).c_str());
+    ShpFile::DOUBLERECT box{1, 2, 5, 6};
+    ASSERT_TRUE(shp.Create(ShpFile::qovaShapePoint, &box));
+    for (int i = 0; i < 3; ++i) {
+        auto point = Point(1 + 2 * i, 2 + 2 * i);
+        ASSERT_TRUE(shp.InsertRecord(point.data(), 20));
+    }
+    ASSERT_TRUE(shp.InsertRecord(nullptr, 0));
+    unsigned char shortLine[8] = {3, 0, 0, 0, 0, 0, 0, 0};
+    ASSERT_TRUE(shp.InsertRecord(shortLine, 8));
+    ASSERT_TRUE(shp.SetProjectionString(L"PROJCS[\"x\"]", false));
+}
+
+std::string Quote(const std::filesystem::path& path) { return "'" + path.string() + "'"; }
+
+TEST(ShpCommandTest, InfoReportsTheHeaderWithTheFixedKeys) {
+    TempDir dir;
+    WriteLayer(dir, "a.shp");
+    auto result = RunTool("shp info --json " + Quote(dir / "a.shp"));
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    Json info = Json::parse(result.out);
+    EXPECT_EQ(info["shape_type"], 1);
+    EXPECT_EQ(info["shape_type_name"], "Point");
+    EXPECT_EQ(info["records"], 5);
+    EXPECT_EQ(info["extent"], Json::array({1.0, 2.0, 5.0, 6.0}));
+    EXPECT_EQ(info["z_range"], Json::array({0.0, 0.0}));
+    EXPECT_EQ(info["m_range"], Json::array({0.0, 0.0}));
+    EXPECT_EQ(info["version"], 1000);
+    EXPECT_EQ(info["byte_order"], "big");
+    EXPECT_EQ(info["projection"], "PROJCS[\"x\"]");
+    std::filesystem::remove(dir / "a.prj");
+    EXPECT_TRUE(Json::parse(RunTool("shp info --json " + Quote(dir / "a.shp")).out)["projection"].is_null());
+}
+
+TEST(ShpCommandTest, RecordsListsLiveRecordsWithTheirBoxes) {
+    TempDir dir;
+    WriteLayer(dir, "a.shp");
+    auto result = RunTool("shp records --format jsonl " + Quote(dir / "a.shp"));
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    std::istringstream lines(result.out);
+    std::vector<Json> records;
+    for (std::string line; std::getline(lines, line);) records.push_back(Json::parse(line));
+    ASSERT_EQ(records.size(), 5u);
+    EXPECT_EQ(records[1], Json::parse(R"({"record":2,"length":20,"shape_type":1,"bbox":[3.0,4.0,3.0,4.0]})"));
+    EXPECT_EQ(records[3], Json::parse(R"({"record":4,"length":4,"shape_type":0,"bbox":null})"));
+    EXPECT_TRUE(records[4]["bbox"].is_null());  // too short for its box
+    EXPECT_EQ(RunTool("shp records --limit 2 " + Quote(dir / "a.shp")).out.find("record 3"), std::string::npos);
+    EXPECT_EQ(RunTool("shp records --format xml " + Quote(dir / "a.shp")).exitCode, 2);
+}
+
+TEST(ShpCommandTest, CopyAndPack) {
+    TempDir dir;
+    WriteLayer(dir, "a.shp");
+    WriteBytes(dir / "a.dbf", {3, 1, 2, 3});
+    WriteBytes(dir / "a.cpg", {'U', 'T', 'F', '-', '8'});
+    auto copy = RunTool("shp copy " + Quote(dir / "a.shp") + " " + Quote(dir / "b.shp"));
+    ASSERT_EQ(copy.exitCode, 0) << copy.err;
+    for (const char* extension : {".shp", ".shx", ".prj", ".dbf", ".cpg"}) {
+        EXPECT_EQ(ReadBytes(dir / ("a" + std::string(extension))), ReadBytes(dir / ("b" + std::string(extension))))
+            << extension;
+    }
+    // Records 1 and 3 deleted but not compacted away, as another writer may
+    // leave a file.
+    auto index = ReadBytes(dir / "b.shx");
+    for (size_t entry : {0, 2}) EncodeFixed32BE(&index[100 + 8 * entry + 4], static_cast<uint32_t>(VFile::kDeletedMarker));
+    WriteBytes(dir / "b.shx", index);
+    auto pack = RunTool("shp pack " + Quote(dir / "b.shp"));
+    ASSERT_EQ(pack.exitCode, 0) << pack.err;
+    EXPECT_NE(pack.out.find("3 records kept, 2 removed"), std::string::npos) << pack.out;
+    EXPECT_EQ(Json::parse(RunTool("shp info --json " + Quote(dir / "b.shp")).out)["records"], 3);
+}
+
+TEST(ShpCommandTest, BadInputGivesOneLineAndExitOne) {
+    TempDir dir;
+    WriteLayer(dir, "a.shp");
+    std::filesystem::remove(dir / "a.shx");
+    WriteBytes(dir / "short.shp", {0, 0, 0x27, 0x0a});
+    WriteBytes(dir / "short.shx", {0, 0, 0x27, 0x0a});
+    for (const auto& args : {"shp info " + Quote(dir / "a.shp"), "shp records " + Quote(dir / "short.shp"),
+                             "shp pack " + Quote(dir / "missing.shp"),
+                             "shp copy " + Quote(dir / "short.shp") + " " + Quote(dir / "c.shp")}) {
+        auto result = RunTool(args);
+        EXPECT_EQ(result.exitCode, 1) << args;
+        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+    }
+    EXPECT_NE(RunTool("shp info " + Quote(dir / "a.shp")).err.find("index file"), std::string::npos);
+}
+
+TEST(ShpCommandTest, InfoProbeTellsDataFromIndexFiles) {
+    TempDir dir;
+    WriteLayer(dir, "a.shp");
+    {
+        ShpFile flush(dir.Wide("a.shp").c_str());
+    }
+    Json data = Json::parse(RunTool("info --json " + Quote(dir / "a.shp")).out);
+    Json index = Json::parse(RunTool("info --json " + Quote(dir / "a.shx")).out);
+    EXPECT_EQ(data["kind"], "shape data file");
+    EXPECT_EQ(index["kind"], "shape index file");
+    EXPECT_EQ(index["records"], 5);
+    EXPECT_EQ(data["shape_type_name"], "Point");
+}
+
+}  // namespace
+}  // namespace quillet::test
