@@ -20,8 +20,8 @@ QUILLET_EXPORT int CopyFileW(const wchar_t* from, const wchar_t* to, int failIfE
 // fit; 0 on failure.
 QUILLET_EXPORT uint32_t GetTempPathW(uint32_t size, wchar_t* buffer);
 // Makes a unique file name in `directory` from the first three characters of
-// `prefix` and a hexadecimal number, creates the (empty) file and writes the
-// full path into `out` (room for 4096 characters). `unique` 0 asks for a fresh
+// `prefix` and a hexadecimal number ("<directory>/<pre><HEX>.tmp"), creates the
+// (empty) file and writes the full path into `out` (room for 4096 characters). `unique` 0 asks for a fresh
 // number; otherwise that number is used and nothing is created. Returns the
 // number used, 0 on failure.
 QUILLET_EXPORT uint32_t GetTempFileNameW(const wchar_t* directory, const wchar_t* prefix,
