@@ -9,6 +9,9 @@
 #include <cerrno>
 #include <cstring>
 #include <limits>
+#include <map>
+#include <mutex>
+#include <utility>
 
 #include "foundation/FaultInjection.h"
 #include "foundation/Win32Error.h"
@@ -99,6 +102,50 @@ bool LockWholeFile(int fd, bool exclusive) {
     if (errno == EINVAL || errno == ENOLCK || errno == EOPNOTSUPP) return true;
     if (errno == EACCES) errno = EAGAIN;
     return false;
+}
+
+// The mappings this process holds, by file identity and mapped length. A file
+// cut below a mapping of it would make reads of that mapping fault (SIGBUS),
+// so SetLength refuses to, as Win32 refuses to cut a file with a mapped view.
+class MappedFiles {
+public:
+    using Key = std::pair<uint64_t, uint64_t>;  // device, inode
+
+    static void Add(Key key, int64_t length) {
+        std::lock_guard<std::mutex> lock(Mutex());
+        Lengths().emplace(key, length);
+    }
+    static void Remove(Key key, int64_t length) {
+        std::lock_guard<std::mutex> lock(Mutex());
+        auto [first, last] = Lengths().equal_range(key);
+        for (auto it = first; it != last; ++it) {
+            if (it->second == length) {
+                Lengths().erase(it);
+                return;
+            }
+        }
+    }
+    static int64_t Longest(Key key) {
+        std::lock_guard<std::mutex> lock(Mutex());
+        int64_t longest = 0;
+        auto [first, last] = Lengths().equal_range(key);
+        for (auto it = first; it != last; ++it) longest = std::max(longest, it->second);
+        return longest;
+    }
+
+private:
+    static std::mutex& Mutex() {
+        static std::mutex mutex;
+        return mutex;
+    }
+    static std::multimap<Key, int64_t>& Lengths() {
+        static std::multimap<Key, int64_t> lengths;
+        return lengths;
+    }
+};
+
+MappedFiles::Key IdentityOf(const struct stat& st) {
+    return {static_cast<uint64_t>(st.st_dev), static_cast<uint64_t>(st.st_ino)};
 }
 
 }  // namespace
@@ -364,6 +411,9 @@ int File::SetLengthEx(int64_t length) {
     if (readOnly_) return Fail(kAccessDenied);
     if (length < 0) return Fail(kSeekFailed);
     if (FaultInjection::ShouldFail(FaultInjection::kWrite)) return FailFromErrno(ENOSPC);
+    struct stat st{};
+    if (::fstat(fd_, &st) != 0) return FailFromErrno(errno);
+    if (length < MappedFiles::Longest(IdentityOf(st))) return Fail(kSharingViolation);
     if (!FlushWriteBuffer()) return 0;
     if (::ftruncate(fd_, length) != 0) return FailFromErrno(errno, kWriteFailed);
     // Bytes past the new end are gone, and bytes added read as zeros, which
@@ -379,10 +429,15 @@ void File::MapIfWorthIt() {
     if (map == MAP_FAILED) return;  // reads then go through the buffer
     map_ = static_cast<unsigned char*>(map);
     mapLength_ = st.st_size;
+    mapDevice_ = IdentityOf(st).first;
+    mapInode_ = IdentityOf(st).second;
+    MappedFiles::Add({mapDevice_, mapInode_}, mapLength_);
 }
 
 void File::Unmap() {
-    if (map_) ::munmap(map_, static_cast<size_t>(mapLength_));
+    if (!map_) return;
+    ::munmap(map_, static_cast<size_t>(mapLength_));
+    MappedFiles::Remove({mapDevice_, mapInode_}, mapLength_);
     map_ = nullptr;
     mapLength_ = 0;
 }

@@ -18,7 +18,8 @@
 //
 // An open that lets others write meanwhile (shareB) is never mapped and
 // forgets its read buffer at every seek, so that what others wrote is read
-// after a seek.
+// after a seek. While this process maps a file, SetLength refuses to cut it
+// below the mapping (kSharingViolation), as reading a cut mapping would fault.
 //
 // Nothing here throws. Every failure is a result (0, false or a short count)
 // plus GetLastError().
@@ -134,8 +135,11 @@ private:
     int64_t writeStart_ = 0;
     int32_t writeFill_ = 0;
 
+    // The mapping, and the identity of the file it maps.
     unsigned char* map_ = nullptr;
     int64_t mapLength_ = 0;
+    uint64_t mapDevice_ = 0;
+    uint64_t mapInode_ = 0;
 };
 
 // Whether a file (not a directory) exists at the path.

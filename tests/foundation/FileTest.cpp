@@ -414,6 +414,19 @@ TEST_F(FileSharingTest, LocksHoldAgainstOtherProcesses) {
     EXPECT_EQ(childOpens(1), 0);
 }
 
+TEST_F(FileSharingTest, AMappedFileCannotBeCutUnderTheMapping) {
+    std::wstring path = Existing(Sequence(5000));
+    File reader(path.c_str()), writer(path.c_str());
+    ASSERT_TRUE(reader.Open(1, 1, 1, 0, 0));
+    ASSERT_TRUE(reader.IsMapped());
+    ASSERT_TRUE(writer.Open(0, 1, 1, 0, 0));
+    EXPECT_FALSE(writer.SetLength(4999));
+    EXPECT_EQ(writer.GetLastError(), File::kSharingViolation);
+    EXPECT_TRUE(writer.SetLength(8000));  // growing leaves the mapping whole
+    EXPECT_TRUE(reader.Close());
+    EXPECT_TRUE(writer.SetLength(0));
+}
+
 TEST_F(FileSharingTest, ReopeningAnObjectReleasesItsOwnLockFirst) {
     std::wstring path = Existing(Sequence(10));
     File file(path.c_str()), other(path.c_str());
