@@ -85,6 +85,13 @@ bool CopyFileContents(const std::string& from, const std::string& to, bool failI
         errno = EISDIR;  // reported as access denied, as for a folder
         return false;
     }
+    // Copying a file onto itself would empty it before reading it.
+    struct stat existing{};
+    if (::stat(to.c_str(), &existing) == 0 && existing.st_dev == st.st_dev &&
+        existing.st_ino == st.st_ino) {
+        errno = failIfExists ? EEXIST : EBUSY;
+        return false;
+    }
     int flags = O_WRONLY | O_CREAT | O_CLOEXEC | (failIfExists ? O_EXCL : O_TRUNC);
     Descriptor target(::open(to.c_str(), flags, st.st_mode & 0777));
     if (target.get() < 0) return false;

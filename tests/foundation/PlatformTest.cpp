@@ -2,6 +2,7 @@
 // callers rely on.
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <set>
@@ -86,6 +87,11 @@ TEST_F(Win32FileTest, CopyFileOverwritesUnlessAskedNotTo) {
     EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
     EXPECT_FALSE(CopyFileW(Path("from").c_str(), Path("no/such").c_str(), 0));
     EXPECT_EQ(GetLastError(), ERROR_PATH_NOT_FOUND);
+    // Onto itself, under another name too: refused, and nothing lost.
+    ASSERT_EQ(::link((dir_ / "from").c_str(), (dir_ / "alias").c_str()), 0);
+    EXPECT_FALSE(CopyFileW(Path("from").c_str(), Path("alias").c_str(), 0));
+    EXPECT_EQ(GetLastError(), ERROR_SHARING_VIOLATION);
+    EXPECT_EQ(test::ReadBytes(dir_ / "from"), bytes);
 }
 
 TEST_F(Win32FileTest, TempPathComesFromTmpdirWithATrailingSlash) {
