@@ -67,8 +67,12 @@ int32_t CRegKey::Open(HKEY, const wchar_t* subKey, uint32_t) {
     std::ifstream store(storePath);
     bool found = false;
     std::string line;
+    bool firstLine = true;
     while (store && std::getline(store, line)) {
         std::string_view text = Trimmed(line);
+        // Editors on other systems may start the file with a byte order mark.
+        if (firstLine && text.substr(0, 3) == "\xEF\xBB\xBF") text = Trimmed(text.substr(3));
+        firstLine = false;
         if (text.empty() || text[0] == '#' || text[0] == ';') continue;
         size_t equals = text.find('=');
         if (equals == std::string_view::npos) continue;

@@ -63,6 +63,19 @@ TEST_F(SettingsTest, ReadsValuesOfAKey) {
               static_cast<int32_t>(ERROR_INVALID_HANDLE));
 }
 
+TEST_F(SettingsTest, AByteOrderMarkAndWindowsLineEndsAreIgnored) {
+    WriteStore("\xEF\xBB\xBFK\\v = 1\r\nK\\w = 2\r\n");
+    CRegKey key;
+    ASSERT_EQ(key.Open(HKEY_CURRENT_USER, L"K"), 0);
+    wchar_t value[4];
+    uint32_t chars = 4;
+    ASSERT_EQ(key.QueryStringValue(L"v", value, &chars), 0);
+    EXPECT_STREQ(value, L"1");
+    chars = 4;
+    ASSERT_EQ(key.QueryStringValue(L"w", value, &chars), 0);
+    EXPECT_STREQ(value, L"2");
+}
+
 TEST_F(SettingsTest, TooSmallABufferGetsTheSizeNeededAndNothingWritten) {
     WriteStore("A\\B\\name = 12345\n");
     CRegKey key;
