@@ -127,20 +127,30 @@ bool IsBlank(const char* raw) {
     return true;
 }
 
+// Other writers mark a number they could not store, or none, by filling the
+// field with asterisks.
+bool IsNoNumber(const char* raw) {
+    std::string text(raw);
+    size_t first = text.find_first_not_of(' ');
+    return first != std::string::npos && text.find_first_not_of("* ", first) == std::string::npos;
+}
+
 std::string DateText(const char* raw) {
     std::string text(raw);
     if (text.size() != 8) return text;
     return text.substr(0, 4) + "-" + text.substr(4, 2) + "-" + text.substr(6, 2);
 }
 
-// A field's value for JSON: null when blank; numbers as numbers, dates as
-// "YYYY-MM-DD", logicals as true, false or null (unknown).
+// A field's value for JSON: null when blank; numbers as numbers (null when
+// marked as none), dates as "YYYY-MM-DD" (null when the library reads no date
+// in them), logicals as true, false or null (unknown).
 Json FieldJson(DBase& table, int field) {
     const char* raw = table.GetFieldPointer(field);
     if (IsBlank(raw)) return nullptr;
     switch (table.GetFieldType(field)) {
         case DBase::qovaNumeric:
         case DBase::qovaFloat: {
+            if (IsNoNumber(raw)) return nullptr;
             double value = table.GetFieldDouble(field);
             if (!std::isfinite(value)) return nullptr;
             if (table.GetFieldDecimals(field) == 0 && value == std::trunc(value) && std::fabs(value) < 9e15) {
@@ -148,7 +158,11 @@ Json FieldJson(DBase& table, int field) {
             }
             return value;
         }
-        case DBase::qovaDate: return DateText(raw);
+        case DBase::qovaDate: {
+            std::string text = DateText(raw);
+            Variant date;
+            return table.GetValue(field, date) && date.vt == VT_NULL ? Json(nullptr) : Json(text);
+        }
         case DBase::qovaLogical:
             if (raw[0] == '?') return nullptr;
             return table.GetFieldLogical(field);

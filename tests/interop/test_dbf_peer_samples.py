@@ -1,0 +1,45 @@
+"""Every table in the shared peer samples opens in Quillet, and every field of
+every record reads as the module `dbfread` reads it (in the code page Quillet
+chooses: the header's language driver, else the .cpg file, else code page
+1252, the default)."""
+
+import os
+import sys
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import dbf_interop as I  # noqa: E402
+
+tool, _ = I.require_environment()
+import dbfread  # noqa: E402
+
+shared = os.environ.get("QUILLET_SHARED_DIR", "")
+samples = os.path.join(shared, "data", "peer-samples")
+if not os.path.isdir(samples):
+    I.skip("no peer samples in " + samples)
+
+ENCODINGS = {0x57: "cp1252", 0x1B: "cp437", 0: "cp1252"}
+
+c = I.Checker()
+tables = sorted(name for name in os.listdir(samples) if name.lower().endswith(".dbf"))
+c.check(tables, "no tables among the peer samples")
+for name in tables:
+    path = os.path.join(samples, name)
+    with open(path, "rb") as f:
+        ldid = f.read(32)[29]
+    encoding = ENCODINGS.get(ldid)
+    if encoding is None:
+        c.check(False, "%s: language driver %d not covered by this test" % (name, ldid))
+        continue
+    try:
+        ours = I.quillet_records(tool, path)
+    except RuntimeError as error:
+        c.check(False, "%s: %s" % (name, error))
+        continue
+    theirs = list(dbfread.DBF(path, encoding=encoding))
+    c.check(len(ours) == len(theirs), "%s: %d records, dbfread %d" % (name, len(ours), len(theirs)))
+    for i, (mine, record) in enumerate(zip(ours, theirs)):
+        for field, value in record.items():
+            c.check(I.same_value(mine.get(field), value),
+                    "%s record %d %s: %r, dbfread %r" % (name, i, field, mine.get(field), value))
+
+c.finish()

@@ -1,0 +1,118 @@
+"""Tables that Quillet writes (every field type; code page 1252 named by the
+header byte, 437, and UTF-8 named by a .cpg file; deleted records compacted
+away; added and dropped columns) read back in the modules `dbfread` and
+`shapefile` with the same names, types, widths and values."""
+
+import os
+import sys
+import tempfile
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import dbf_interop as I  # noqa: E402
+
+tool, writer = I.require_environment()
+import dbfread  # noqa: E402
+import shapefile  # noqa: E402
+
+SCHEMA = "NAME:C:20,COUNT:N:9,PRICE:N:10:2,RATIO:F:13:3,SMALL:N:4,DAY:D:8,OK:L:1"
+FIELDS = [("NAME", "C", 20, 0), ("COUNT", "N", 9, 0), ("PRICE", "N", 10, 2), ("RATIO", "F", 13, 3),
+          ("SMALL", "N", 4, 0), ("DAY", "D", 8, 0), ("OK", "L", 1, 0)]
+
+# (code page argument, kind for the helper, Python encoding, header byte, .cpg text, text to store)
+CODE_PAGES = [
+    ("1252", "ansi", "cp1252", 0x57, None, "Crème brûlée €5"),
+    ("437", "oem", "cp437", 0x1B, None, "Smörgåsbord ½"),
+    ("UTF-8", "utf8", "utf-8", 0, "UTF-8", "Κήπος 東 €"),
+]
+
+c = I.Checker()
+
+
+def rows_for(text):
+    return [
+        [text, "123456", "-12.5", "0.125", "7", "20240229", "T"],
+        ["second", "-42", "1000000.25", "-3.5e+10", "-99", "19991231", "F"],
+        ["gone", "1", "1", "1", "1", "20000101", "T"],
+        ["", "", "", "", "", "", ""],
+    ]
+
+
+def expected_for(text):
+    return [
+        {"NAME": text, "COUNT": 123456, "PRICE": -12.5, "RATIO": 0.125, "SMALL": 7,
+         "DAY": "2024-02-29", "OK": True},
+        {"NAME": "second", "COUNT": -42, "PRICE": 1000000.25, "RATIO": -3.5e10, "SMALL": -99,
+         "DAY": "1999-12-31", "OK": False},
+        {"NAME": None, "COUNT": None, "PRICE": None, "RATIO": None, "SMALL": None, "DAY": None, "OK": None},
+    ]
+
+
+def compare_with_modules(path, encoding, fields, expected, label):
+    table = dbfread.DBF(path, encoding=encoding, char_decode_errors="strict")
+    names = [(f.name, f.type, f.length, f.decimal_count) for f in table.fields]
+    c.check(names == fields, "%s: dbfread fields %r" % (label, names))
+    records = list(table)
+    c.check(len(records) == len(expected), "%s: dbfread %d records" % (label, len(records)))
+    c.check(not list(table.deleted), "%s: dbfread sees deleted records" % label)
+    for i, (record, want) in enumerate(zip(records, expected)):
+        for name, _, _, _ in fields:
+            c.check(I.same_value(want[name], record[name]),
+                    "%s: dbfread record %d %s: %r, wanted %r" % (label, i, name, record[name], want[name]))
+
+    with open(path, "rb") as dbf:
+        reader = shapefile.Reader(dbf=dbf, encoding=encoding)
+        shp_fields = [tuple(f) for f in reader.fields[1:]]
+        c.check(shp_fields == [tuple(f) for f in fields], "%s: shapefile fields %r" % (label, shp_fields))
+        shp_records = reader.records()
+        c.check(len(shp_records) == len(expected), "%s: shapefile %d records" % (label, len(shp_records)))
+        for i, (record, want) in enumerate(zip(shp_records, expected)):
+            for k, (name, _, _, _) in enumerate(fields):
+                c.check(I.same_value(want[name], record[k]),
+                        "%s: shapefile record %d %s: %r, wanted %r" % (label, i, name, record[k], want[name]))
+
+
+with tempfile.TemporaryDirectory() as folder:
+    for argument, kind, encoding, ldid, cpg, text in CODE_PAGES:
+        label = "code page " + argument
+        path = os.path.join(folder, "t%s.dbf" % kind)
+        rows = rows_for(text)
+        stdin = "\n".join("\t".join(row) for row in rows) + "\nDELETE 2\n"
+        I.run([writer, "create", path, kind, SCHEMA], stdin=stdin)
+        with open(path, "rb") as f:
+            header = f.read(32)
+        c.check(header[29] == ldid, "%s: language driver byte %d" % (label, header[29]))
+        cpg_path = path[:-4] + ".cpg"
+        if cpg:
+            with open(cpg_path) as f:
+                c.check(f.read() == cpg, "%s: .cpg text" % label)
+        else:
+            c.check(not os.path.exists(cpg_path), "%s: unexpected .cpg" % label)
+        expected = expected_for(text)
+        compare_with_modules(path, encoding, FIELDS, expected, label)
+
+        # The same rows through the tool's CSV import (text setters throughout).
+        csv_path = os.path.join(folder, "rows.csv")
+        with open(csv_path, "w", encoding="utf-8", newline="") as f:
+            f.write(",".join(name for name, _, _, _ in FIELDS) + "\n")
+            for row in [rows[0], rows[1], rows[3]]:
+                day = row[5] and "%s-%s-%s" % (row[5][:4], row[5][4:6], row[5][6:])
+                f.write(",".join('"%s"' % v if i == 0 and v else v
+                                 for i, v in enumerate(row[:5] + [day, row[6]])) + "\n")
+        imported = os.path.join(folder, "i%s.dbf" % kind)
+        I.run([tool, "dbf", "import-csv", csv_path, imported, "--schema", SCHEMA, "--codepage", argument])
+        compare_with_modules(imported, encoding, FIELDS, expected, label + " (import-csv)")
+
+    # Columns added to and dropped from a table with records, the new column
+    # filled through Quillet (a fresh column holds zero bytes until set).
+    path = os.path.join(folder, "tansi.dbf")
+    I.run([tool, "dbf", "add-field", path, "EXTRA:N:8:1"])
+    I.run([writer, "fill", path, "EXTRA"], stdin="1.5\n-2\n\n")
+    I.run([tool, "dbf", "drop-field", path, "PRICE"])
+    fields = [f for f in FIELDS if f[0] != "PRICE"] + [("EXTRA", "N", 8, 1)]
+    expected = expected_for("Crème brûlée €5")
+    for record, extra in zip(expected, [1.5, -2.0, None]):
+        del record["PRICE"]
+        record["EXTRA"] = extra
+    compare_with_modules(path, "cp1252", fields, expected, "added and dropped columns")
+
+c.finish()
