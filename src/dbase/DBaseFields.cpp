@@ -17,6 +17,45 @@ bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
 bool IsTrueLetter(char c) { return c == 'T' || c == 't' || c == 'Y' || c == 'y' || c == '1'; }
 
+// Text fields are scanned eight bytes at a time: a full table scan reads
+// every field of every record, and most fields are plain ASCII padded with
+// spaces.
+constexpr uint64_t kEightSpaces = 0x2020202020202020ull;
+constexpr uint64_t kEightOnes = 0x0101010101010101ull;
+constexpr uint64_t kEightHighBits = 0x8080808080808080ull;
+
+uint64_t LoadEight(const char* bytes) {
+    uint64_t word;
+    std::memcpy(&word, bytes, sizeof word);
+    return word;
+}
+
+// The length without trailing spaces; the first byte always stays.
+int TrimmedLength(const char* bytes, int length) {
+    while (length > 8 && LoadEight(bytes + length - 8) == kEightSpaces) length -= 8;
+    while (length > 1 && bytes[length - 1] == ' ') --length;
+    return length;
+}
+
+// Where the text ends: at the first zero byte, as the C library's
+// conversions end, else at `length`. `ascii` tells whether every byte before
+// that is below 0x80.
+int TextLength(const char* bytes, int length, bool& ascii) {
+    int i = 0;
+    // A byte b gives a high bit in (b - 1) | b exactly when it is 0 or at
+    // least 0x80; a borrow only follows such a byte.
+    while (i + 8 <= length && (((LoadEight(bytes + i) - kEightOnes) | LoadEight(bytes + i)) & kEightHighBits) == 0) {
+        i += 8;
+    }
+    ascii = true;
+    for (; i < length; ++i) {
+        auto c = static_cast<unsigned char>(bytes[i]);
+        if (c == 0) return i;
+        if (c >= 0x80) ascii = false;
+    }
+    return length;
+}
+
 }  // namespace
 
 const DBase::FieldEntry* DBase::FieldForRead(int field) {
@@ -61,23 +100,9 @@ String DBase::GetFieldString(int field) {
     const char* bytes = record_.data() + entry->offset;
     // Trailing spaces go, but never the first byte: a blank field reads as
     // one space.
-    int length = entry->width;
-    while (length > 1 && bytes[length - 1] == ' ') --length;
-    // The conversion ends at a zero byte, as the C library's does.
-    bool ascii = true;
-    for (int i = 0; i < length; ++i) {
-        auto c = static_cast<unsigned char>(bytes[i]);
-        if (c == 0) {
-            length = i;
-            break;
-        }
-        if (c >= 0x80) ascii = false;
-    }
-    if (ascii && asciiIsIdentity_) {
-        std::wstring text(static_cast<size_t>(length), L'\0');
-        for (int i = 0; i < length; ++i) text[static_cast<size_t>(i)] = static_cast<unsigned char>(bytes[i]);
-        return String(std::move(text));
-    }
+    bool ascii;
+    int length = TextLength(bytes, TrimmedLength(bytes, entry->width), ascii);
+    if (ascii && asciiIsIdentity_) return String(std::wstring(bytes, bytes + length));
     std::memcpy(narrow_.data(), bytes, static_cast<size_t>(length));
     narrow_[static_cast<size_t>(length)] = '\0';
     wide_[0] = L'\0';

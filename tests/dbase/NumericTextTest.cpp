@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <cstring>
 #include <string>
 
 namespace quillet {
@@ -91,6 +93,17 @@ TEST(NumericParse, ReadsLikeAtof) {
     EXPECT_DOUBLE_EQ(numeric_text::Parse("12ab", 4), 12.0);
     EXPECT_DOUBLE_EQ(numeric_text::Parse("1.5e+02", 7), 150.0);
     EXPECT_DOUBLE_EQ(numeric_text::Parse("1.5\0" "99", 6), 1.5);
+}
+
+TEST(NumericParse, PlainDecimalsReadExactlyAsStrtod) {
+    const char* texts[] = {"0.1", "  -0.3", "123456789012345", "9007199254740993", "0.000000000000000000001",
+                           "  1.", ".5", "-0", "00000000000000000012.5", "3.14159265358979", " +7 ", "1 2",
+                           "- 5", "1.2.3", "  ", "0x10", "1e5", "12345.678901234567"};
+    for (const char* text : texts) {
+        double expected = std::strtod(text, nullptr);
+        double parsed = numeric_text::Parse(text, static_cast<int>(std::strlen(text)));
+        EXPECT_EQ(std::memcmp(&parsed, &expected, sizeof parsed), 0) << text << " " << parsed;
+    }
 }
 
 TEST(NumericParse, TruncationToInt32) {
