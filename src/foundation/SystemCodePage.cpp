@@ -327,6 +327,9 @@ std::unique_ptr<Codec> MakeCodec(uint32_t codePage) {
         if (result == static_cast<size_t>(-1) && errno == EINVAL) {
             return std::make_unique<IconvCodec>(std::move(name));
         }
+        // Code pages with combining marks (1255, 1258) hold a letter back
+        // until they see what follows it.
+        if (result != static_cast<size_t>(-1) && outLeft != 0) result = cd.Unshift(out, outLeft);
         bool converted = result != static_cast<size_t>(-1) && outLeft == 0;
         toWide[b] = converted ? wc : static_cast<wchar_t>(b);
     }

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <string>
 
 #include "foundation/Win32Error.h"
@@ -39,6 +40,8 @@ struct RoundTrip {
     std::wstring text;
 };
 
+void PrintTo(const RoundTrip& t, std::ostream* out) { *out << "code page " << t.codePage; }
+
 class CodePageRoundTripTest : public ::testing::TestWithParam<RoundTrip> {};
 
 TEST_P(CodePageRoundTripTest, BytesToWideAndBack) {
@@ -56,7 +59,8 @@ INSTANTIATE_TEST_SUITE_P(
         RoundTrip{936, "\xD6\xD0\xCE\xC4", L"\u4E2D\u6587"},
         RoundTrip{65001, "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", L"\u00E9\u20AC\U0001F600"},
         RoundTrip{1251, "\xCF\xF0\xE8", L"\u041F\u0440\u0438"},
-        RoundTrip{28591, "\xE9", L"\u00E9"}));
+        RoundTrip{28591, "\xE9", L"\u00E9"},
+        RoundTrip{1258, "\xC3\xD0", L"\u0102\u0110"}));
 
 TEST(SystemCodePageTest, EveryByteOfASingleByteCodePageRoundTrips) {
     for (uint32_t codePage : {1252u, 437u, 850u, 1251u, 874u}) {
