@@ -7,7 +7,10 @@
 #include <memory>
 
 #include "Common.h"
+#include "codepage/CodePage.h"
+#include "dbase/DBase.h"
 #include "foundation/ByteOrder.h"
+#include "foundation/StringArray.h"
 #include "recordfile/VFile.h"
 #include "shape/ShpFile.h"
 
@@ -140,16 +143,82 @@ void RunRecords(const std::string& file, const std::string& format, int64_t limi
     PrintRecords(*shp, format, limit);
 }
 
-// The table beside a shape data file goes along as plain bytes.
-void CopyTable(const std::filesystem::path& source, const std::filesystem::path& target) {
+bool IsBlank(const char* raw) {
+    for (; raw && *raw; ++raw) {
+        if (*raw != ' ') return false;
+    }
+    return true;
+}
+
+[[noreturn]] void TableFailure(const std::filesystem::path& path, const DBase& table) {
+    throw Failure(path.string() + ": the table cannot be copied (status " +
+                  std::to_string(table.GetLastStatus()) + ")");
+}
+
+// The table beside a shape data file as plain bytes, with its .cpg.
+void CopyTableBytes(const std::filesystem::path& sourceShp, const std::filesystem::path& targetShp) {
     for (const char* extension : {".dbf", ".cpg"}) {
-        auto from = std::filesystem::path(source).replace_extension(extension);
-        auto to = std::filesystem::path(target).replace_extension(extension);
+        auto from = std::filesystem::path(sourceShp).replace_extension(extension);
+        auto to = std::filesystem::path(targetShp).replace_extension(extension);
         std::error_code ec;
         if (!std::filesystem::exists(from, ec)) continue;
         std::filesystem::copy_file(from, to, std::filesystem::copy_options::overwrite_existing, ec);
         if (ec) throw Failure(to.string() + ": cannot copy the table: " + ec.message());
     }
+}
+
+// Copies the table through DBase: the same fields, code page kind and live
+// records (deleted ones are left out, as they are for shapes); DBase writes
+// the .cpg as the code page asks. False, with nothing left behind, when
+// DBase cannot create the source's fields again (a memo field, or numbers
+// wider than it allows).
+bool CopyTableThroughDBase(const std::filesystem::path& sourcePath, const std::filesystem::path& targetPath) {
+    DBase source(WidePath(sourcePath));
+    if (!source.Open(true, true, CodePage::qovaCodePageDefault) && source.GetLastStatus() != DBase::kStatusPastLastRecord) {
+        TableFailure(sourcePath, source);
+    }
+    auto kind = source.GetCodePage().GetCodePageType();
+    DBase target(WidePath(targetPath));
+    if (!target.Create(kind)) TableFailure(targetPath, target);
+    StringArray names;
+    std::vector<DBase::qovaDataType> types;
+    std::vector<int> widths, decimals;
+    for (int i = 0; i < source.GetNumFields(); ++i) {
+        names.Add(source.GetFieldName(i));
+        types.push_back(static_cast<DBase::qovaDataType>(source.GetFieldType(i)));
+        widths.push_back(source.GetFieldWidth(i));
+        decimals.push_back(source.GetFieldDecimals(i));
+    }
+    if (!target.AddColumns(names, types.data(), widths.data(), decimals.data())) {
+        target.DeleteFileW();
+        return false;
+    }
+    if (!target.Open(false, false, kind)) TableFailure(targetPath, target);
+    for (int32_t n = 0; n < source.GetNumRecords(); ++n) {
+        if (source.IsRecordDeleted(n)) continue;
+        if (!source.MoveTo(n)) TableFailure(sourcePath, source);
+        if (!target.AddRecord()) TableFailure(targetPath, target);
+        for (int i = 0; i < source.GetNumFields(); ++i) {
+            bool stored = IsBlank(source.GetFieldPointer(i)) ? target.SetFieldNull(i)
+                                                              : target.SetFieldString(i, source.GetFieldString(i));
+            if (!stored && target.GetLastStatus() != DBase::kStatusTruncated) TableFailure(targetPath, target);
+        }
+    }
+    if (!target.Close()) TableFailure(targetPath, target);
+    return true;
+}
+
+// The table beside the shapes goes along: through DBase when it can build
+// the same table, else as plain bytes. Returns how it went.
+std::string CopyTable(const std::filesystem::path& sourceShp, const std::filesystem::path& targetShp) {
+    auto sourcePath = std::filesystem::path(sourceShp).replace_extension(".dbf");
+    std::error_code ec;
+    if (!std::filesystem::exists(sourcePath, ec)) return "";
+    if (CopyTableThroughDBase(sourcePath, std::filesystem::path(targetShp).replace_extension(".dbf"))) {
+        return ", table copied through DBase";
+    }
+    CopyTableBytes(sourceShp, targetShp);
+    return ", table copied as plain bytes (DBase cannot create its fields again)";
 }
 
 void RunCopy(const std::string& sourceFile, const std::string& targetFile) {
@@ -176,8 +245,8 @@ void RunCopy(const std::string& sourceFile, const std::string& targetFile) {
     }
     if (!dst.WriteHeader() || !dst.CommitChanges()) throw Failure(targetFile + ": cannot write the header");
     dst.Close();
-    CopyTable(source, target);
-    std::cout << targetFile << ": " << dst.GetNumRecords() << " records copied\n";
+    std::string table = CopyTable(source, target);
+    std::cout << targetFile << ": " << dst.GetNumRecords() << " records copied" << table << "\n";
 }
 
 void RunPack(const std::string& file) {
