@@ -70,7 +70,8 @@ HRESULT S_ParseNumber(std::wstring_view text, Number* n) {
     if (i != ascii.size()) return DISP_E_TYPEMISMATCH;
 
     // from_chars takes no "+" and never looks at the C locale.
-    std::string body = (negative ? "-" : "") + ascii.substr(digitsStart);
+    std::string body(negative ? 1 : 0, '-');
+    body.append(ascii, digitsStart);
     const char* end = body.data() + body.size();
     if (integral) {
         auto [ptr, ec] = std::from_chars(body.data(), end, n->integer);
