@@ -1,11 +1,6 @@
 #include "spatialindex/ShapeIndexing.h"
 
-#include <algorithm>
-
 #include "foundation/ByteOrder.h"
-#include "foundation/IEnvelope.h"
-#include "recordfile/VFile.h"
-#include "spatialindex/BinIndexBuilder.h"
 
 namespace quillet {
 
@@ -14,11 +9,6 @@ namespace {
 // A record's type and, after it, its box (or its point).
 constexpr int32_t kBoxedRecordPrefix = 4 + 32;
 constexpr int32_t kPointRecordPrefix = 4 + 16;
-// The x/y extent in the shape header, after the version and the shape type.
-constexpr int32_t kExtentOffset = 8;
-constexpr int32_t kShapeHeaderLength = 72;
-constexpr int32_t kShapeVersion = 1000;
-constexpr int32_t kProgressStep = 4096;
 
 bool S_IsPointType(int32_t type) { return type == 1 || type == 11 || type == 21; }
 
@@ -63,50 +53,6 @@ FileSystemPath BinIndexPathFor(const FileSystemPath& shapePath) {
     FileSystemPath path = shapePath;
     path.SetExtension(L"sbn");
     return path;
-}
-
-ShapeIndexSummary BuildShapeFileIndex(const FileSystemPath& shapePath,
-                                      const ShapeIndexProgress& progress) {
-    ShapeIndexSummary summary;
-    VFile shapes(shapePath);
-    unsigned char header[kShapeHeaderLength];
-    if (!shapes.Open(VFile::kReadOnly, VFile::kIndexed, true, false) || shapes.GetNumRecs() < 0 ||
-        !shapes.ReadUserHeader(header, kShapeHeaderLength) ||
-        static_cast<int32_t>(DecodeFixed32LE(header)) != kShapeVersion) {
-        summary.status = ShapeIndexSummary::kCannotOpenShapes;
-        return summary;
-    }
-    summary.features = shapes.GetNumRecs();
-    Envelope extent(S_DecodeBox(header + kExtentOffset));
-
-    BinIndexBuilder builder;
-    if (!builder.Create(BinIndexPathFor(shapePath), summary.features, &extent)) {
-        summary.status = ShapeIndexSummary::kCannotCreate;
-        return summary;
-    }
-    summary.levels = builder.GetLevels();
-    for (int32_t n = 0; n < summary.features; ++n) {
-        if (progress && n % kProgressStep == 0) progress(n, summary.features);
-        int32_t length = shapes.GetRecordLength(n);
-        if (length == 0) continue;  // deleted: no feature
-        // Only the type and the box are needed, never the whole geometry.
-        unsigned char prefix[kBoxedRecordPrefix];
-        int32_t wanted = std::min(length, kBoxedRecordPrefix);
-        WKSEnvelope box;
-        if (length < 0 || !shapes.ReadRecord(n, prefix, wanted) ||
-            !ShapeRecordEnvelope(prefix, wanted, &box)) {
-            ++summary.unreadable;
-            continue;
-        }
-        if (box.IsEmpty()) continue;
-        Envelope envelope(box);
-        builder.AddFeature(n + 1, &envelope);
-        ++summary.indexed;
-    }
-    if (progress) progress(summary.features, summary.features);
-    if (!builder.Finish()) summary.status = ShapeIndexSummary::kWriteFailed;
-    summary.bins = builder.GetBinCount();
-    return summary;
 }
 
 }  // namespace quillet

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cmath>
 
-#include "foundation/ByteOrder.h"
 #include "foundation/IEnvelope.h"
 #include "recordfile/VFile.h"
+#include "shape/ShpFile.h"
 #include "spatialindex/BinIndexBuilder.h"
 #include "spatialindex/ShapeIndexing.h"
 
@@ -167,18 +167,15 @@ WKSEnvelope RandomWindow(std::mt19937_64& random, const WKSEnvelope& extent) {
 
 Layer ReadShapeLayer(const std::filesystem::path& shp) {
     Layer layer;
-    VFile file(WidePath(shp).c_str());
-    if (!file.Open(VFile::kReadOnly, VFile::kIndexed, true, false)) return layer;
-    unsigned char header[72] = {};
-    file.ReadUserHeader(header, 72);
-    layer.extent = WKSEnvelope{DecodeDoubleLE(header + 8), DecodeDoubleLE(header + 16),
-                               DecodeDoubleLE(header + 24), DecodeDoubleLE(header + 32)};
-    for (int32_t n = 0; n < file.GetNumRecs(); ++n) {
-        auto bytes = ReadWholeRecord(file, n);
+    ShpFile file(WidePath(shp).c_str());
+    if (!file.Open(true, true, false)) return layer;
+    const ShpFile::DOUBLERECT& e = file.GetExtent();
+    layer.extent = WKSEnvelope{e.xmin, e.ymin, e.xmax, e.ymax};
+    for (int32_t n = 0; n < file.GetNumRecords(); ++n) {
+        int32_t length = 0;
+        const unsigned char* bytes = file.ReadRecord(n, length);
         WKSEnvelope box{0, 0, -1, -1};
-        if (!ShapeRecordEnvelope(bytes.data(), static_cast<int32_t>(bytes.size()), &box)) {
-            box = WKSEnvelope{0, 0, -1, -1};
-        }
+        if (!bytes || !ShapeRecordEnvelope(bytes, length, &box)) box = WKSEnvelope{0, 0, -1, -1};
         layer.boxes.push_back(box);
     }
     return layer;

@@ -50,8 +50,8 @@ Layer RandomLayer(std::mt19937_64& random, int count);
 // from a point to more than the extent.
 WKSEnvelope RandomWindow(std::mt19937_64& random, const WKSEnvelope& extent);
 
-// The boxes of a shape data file's records, read with VFile; empty boxes for
-// null shapes and unreadable records. Also gives the header's extent.
+// The header's extent and the boxes of a shape data file's records; empty
+// boxes for null shapes and unreadable records.
 Layer ReadShapeLayer(const std::filesystem::path& shp);
 
 }  // namespace quillet::test

@@ -70,6 +70,23 @@ TEST(SbnCommandTest, BuildQueryAndInfo) {
     EXPECT_NE(probe.out.find("features: 5"), std::string::npos) << probe.out;
 }
 
+TEST(SbnCommandTest, IndexesASampleLayer) {
+    QUILLET_REQUIRE_PEER_SAMPLES();
+    TempDir dir;
+    for (std::string ext : {".shp", ".shx"}) {
+        std::filesystem::copy_file(PeerSamplesDir() / ("pline" + ext), dir / ("pline" + ext));
+    }
+    auto build = RunTool("sbn build " + Quoted(dir / "pline.shp"));
+    ASSERT_EQ(build.exitCode, 0) << build.err;
+    EXPECT_NE(build.out.find("460 features, 6 levels"), std::string::npos) << build.out;
+    auto all = RunTool("sbn query " + Quoted(dir / "pline.shp") + " --bbox -1e9,-1e9,1e9,1e9 --count");
+    EXPECT_EQ(all.out, "460\n");
+    auto some = RunTool("sbn query " + Quoted(dir / "pline.shp") +
+                        " --bbox 1297000,229000,1298000,230000 --count");
+    EXPECT_GT(std::stoi(some.out), 0);
+    EXPECT_LT(std::stoi(some.out), 100);
+}
+
 TEST(SbnCommandTest, BadInputIsOneLineAndExitOne) {
     TempDir dir;
     WriteBytes(dir / "junk.shp", std::vector<unsigned char>(200, 7));

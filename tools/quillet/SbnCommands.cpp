@@ -3,17 +3,15 @@
 // of `quillet demo`.
 
 #include <algorithm>
-#include <cmath>
 #include <iostream>
-#include <optional>
-#include <random>
 #include <sstream>
 
 #include "Common.h"
-#include "foundation/ByteOrder.h"
 #include "foundation/IEnvelope.h"
 #include "recordfile/VFile.h"
+#include "shape/ShpFile.h"
 #include "spatialindex/BinIndex.h"
+#include "spatialindex/BinIndexBuilder.h"
 #include "spatialindex/ShapeIndexing.h"
 
 namespace quillet::tool {
@@ -24,29 +22,54 @@ std::filesystem::path IndexPathOf(const std::filesystem::path& shp) {
     return Utf8(BinIndexPathFor(WidePath(shp).c_str()).GetPath().str());
 }
 
-ShapeIndexSummary BuildIndex(const std::filesystem::path& shp) {
+struct BuildSummary {
+    int32_t features = 0;
+    int levels = 0;
+    int32_t bins = 0;
+};
+
+// Builds the index of `shp` from its records' boxes, read through ShpFile.
+BuildSummary BuildIndex(const std::filesystem::path& shp) {
     RequireRegularFile(shp);
-    std::optional<Progress> progress;
-    auto summary = BuildShapeFileIndex(WidePath(shp).c_str(), [&](int32_t done, int32_t total) {
-        if (!progress) progress.emplace("Indexing " + shp.filename().string(), total);
-        progress->Update(done);
-    });
-    progress.reset();
-    auto index = IndexPathOf(shp).string();
-    switch (summary.status) {
-        case ShapeIndexSummary::kOk:
-            break;
-        case ShapeIndexSummary::kCannotOpenShapes:
-            throw Failure(shp.string() + ": not a readable shape data file");
-        case ShapeIndexSummary::kCannotCreate:
-            throw Failure(index + ": cannot create the index");
-        case ShapeIndexSummary::kWriteFailed:
-            throw Failure(index + ": writing the index failed; the index is incomplete");
+    auto indexPath = IndexPathOf(shp);
+    ShpFile shapes(WidePath(shp).c_str());
+    if (indexPath == shp || !shapes.Open(true, true, false) ||
+        shapes.GetVersion() != ShpFile::Header::kVersion) {
+        throw Failure(shp.string() + ": not a readable shape data file");
     }
-    if (summary.unreadable > 0) {
-        std::cerr << "quillet: warning: " << shp.string() << ": " << summary.unreadable
+    const ShpFile::DOUBLERECT& e = shapes.GetExtent();
+    Envelope extent(e.xmin, e.ymin, e.xmax, e.ymax);
+    BuildSummary summary;
+    summary.features = shapes.GetNumRecords();
+    BinIndexBuilder builder;
+    if (!builder.Create(WidePath(indexPath).c_str(), summary.features, &extent)) {
+        throw Failure(indexPath.string() + ": cannot create the index");
+    }
+    int32_t unreadable = 0;
+    {
+        Progress progress("Indexing " + shp.filename().string(), summary.features);
+        for (int32_t n = 0; n < summary.features; ++n) {
+            progress.Update(n);
+            int32_t length = 0;
+            const unsigned char* record = shapes.ReadRecord(n, length);
+            WKSEnvelope box;
+            if (!record || !ShapeRecordEnvelope(record, length, &box)) {
+                unreadable += !shapes.IsRecordDeleted(n);
+                continue;
+            }
+            Envelope envelope(box);  // null shapes are empty: the builder skips them
+            builder.AddFeature(n + 1, &envelope);
+        }
+    }
+    if (!builder.Finish()) {
+        throw Failure(indexPath.string() + ": writing the index failed; the index is incomplete");
+    }
+    if (unreadable > 0) {
+        std::cerr << "quillet: warning: " << shp.string() << ": " << unreadable
                   << " records could not be read and are not indexed\n";
     }
+    summary.levels = builder.GetLevels();
+    summary.bins = builder.GetBinCount();
     return summary;
 }
 
@@ -171,58 +194,26 @@ bool ProbeBinIndex(const std::filesystem::path& path, std::span<const unsigned c
     return true;
 }
 
-// A small point layer, for when no other demo step has written one.
-std::filesystem::path WriteDemoLayer(const std::filesystem::path& folder) {
-    auto path = folder / "sbn-points.shp";
-    VFile file(WidePath(path).c_str());
-    if (!file.Create(0, VFile::kReadWrite, false, VFile::kIndexed, 0)) {
-        throw Failure(path.string() + ": cannot create the demo layer");
-    }
-    unsigned char header[VFile::kUserHeaderLength] = {};
-    EncodeFixed32LE(header, 1000);
-    EncodeFixed32LE(header + 4, 1);  // points
-    EncodeDoubleLE(header + 24, 1000);
-    EncodeDoubleLE(header + 32, 1000);
-    bool ok = file.WriteUserHeader(header, VFile::kUserHeaderLength);
-    std::mt19937 random(500);
-    std::uniform_real_distribution<double> coordinate(0, 1000);
-    for (int i = 0; ok && i < 5000; ++i) {
-        unsigned char record[20];
-        EncodeFixed32LE(record, 1);
-        EncodeDoubleLE(record + 4, coordinate(random));
-        EncodeDoubleLE(record + 12, coordinate(random));
-        ok = file.WriteNextRecord(record, sizeof record) >= 0;
-    }
-    if (!file.Close() || !ok) throw Failure(path.string() + ": writing the demo layer failed");
-    return path;
-}
-
 void RunDemo(const std::filesystem::path& folder) {
-    // The layer with the most records that an earlier step wrote.
-    std::optional<std::filesystem::path> layer;
-    uintmax_t largest = 0;
+    std::vector<std::filesystem::path> layers;
     for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        if (entry.path().extension() != ".shp" || entry.file_size() <= largest) continue;
-        largest = entry.file_size();
-        layer = entry.path();
+        if (entry.path().extension() == ".shp") layers.push_back(entry.path());
     }
-    if (!layer) layer = WriteDemoLayer(folder);
-
-    std::cout << "$ quillet sbn build " << layer->filename().string() << '\n';
-    RunBuild(*layer);
-    auto index = OpenIndex(*layer);
-    const WKSEnvelope& e = index->GetExtent();
-    // A window of a hundredth of the extent, at its centre.
-    double cx = (e.XMin + e.XMax) / 2;
-    double cy = (e.YMin + e.YMax) / 2;
-    double hw = (e.XMax - e.XMin) / 20;
-    double hh = (e.YMax - e.YMin) / 20;
-    WKSEnvelope window{cx - hw, cy - hh, cx + hw, cy + hh};
-    auto found = Query(*index, window);
-    std::cout << "A window of 1 % of the extent at its centre meets the bins of " << found.size()
-              << " of " << index->GetFeatureCount() << " features";
-    if (!found.empty()) std::cout << " (first: " << found.front() << ")";
-    std::cout << ".\n";
+    std::sort(layers.begin(), layers.end());
+    if (layers.empty()) std::cout << "No shape layer to index.\n";
+    for (const auto& layer : layers) {
+        std::cout << "$ quillet sbn build " << layer.filename().string() << '\n';
+        RunBuild(layer);
+        auto index = OpenIndex(layer);
+        // The lower left quarter of the extent.
+        const WKSEnvelope& e = index->GetExtent();
+        WKSEnvelope window{e.XMin, e.YMin, (e.XMin + e.XMax) / 2, (e.YMin + e.YMax) / 2};
+        auto found = Query(*index, window);
+        std::cout << "  the lower left quarter of the extent meets the bins of "
+                  << (found.empty() ? "no feature" : "features");
+        for (int32_t n : found) std::cout << ' ' << n;
+        std::cout << '\n';
+    }
 }
 
 void Register() {
