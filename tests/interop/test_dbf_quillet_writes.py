@@ -1,8 +1,10 @@
 """Tables that Quillet writes (every field type; code page 1252 named by the
 header byte, 437, and UTF-8 named by a .cpg file; deleted records compacted
 away; added and dropped columns) read back in the modules `dbfread` and
-`shapefile` with the same names, types, widths and values."""
+`shapefile` with the same names, types, widths and values; and the tool's
+pack, delete and info do what they say."""
 
+import json
 import os
 import sys
 import tempfile
@@ -114,5 +116,28 @@ with tempfile.TemporaryDirectory() as folder:
         del record["PRICE"]
         record["EXTRA"] = extra
     compare_with_modules(path, "cp1252", fields, expected, "added and dropped columns")
+
+    # Records marked deleted by another program are packed away; records
+    # deleted through the tool are gone when it returns.
+    with open(path, "rb") as f:
+        data = bytearray(f.read())
+    header_length = int.from_bytes(data[8:10], "little")
+    data[header_length] = ord("*")
+    with open(path, "wb") as f:
+        f.write(data)
+    c.check(len(dbfread.DBF(path, encoding="cp1252").deleted) == 1, "pack: the mark did not take")
+    I.run([tool, "dbf", "pack", path])
+    table = dbfread.DBF(path, encoding="cp1252")
+    c.check(len(list(table)) == 2 and not list(table.deleted), "pack left %r" % list(table))
+    I.run([tool, "dbf", "delete", path, "0"])
+    names = [record["NAME"] for record in dbfread.DBF(path, encoding="cp1252")]
+    c.check(names == [""], "delete left %r" % names)
+
+    info = I.run([tool, "dbf", "info", path, "--json"])
+    info = json.loads(info)
+    c.check(list(info) == ["version", "date", "records", "header_length", "record_length", "ldid", "codepage",
+                           "fields"], "info keys %r" % list(info))
+    c.check(info["codepage"] == {"id": 1252, "kind": "ANSI", "name": "ANSI 1252"}, "info code page %r" % info)
+    c.check(info["records"] == 1 and info["ldid"] == 0x57, "info counts %r" % info)
 
 c.finish()
