@@ -42,6 +42,7 @@ void RecNumSet::Clear() {
 }
 
 std::vector<int32_t> RecNumSet::ToVector() const {
+    Normalize();
     std::vector<int32_t> numbers;
     numbers.reserve(static_cast<size_t>(Count()));
     for (const auto& [first, last] : ranges_) {

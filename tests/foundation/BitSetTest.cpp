@@ -29,15 +29,15 @@ struct Model {
     }
 };
 
-void ExpectSame(const BitSet& set, const Model& model) {
+void RequireSame(const BitSet& set, const Model& model) {
     int32_t size = static_cast<int32_t>(model.bits.size());
-    ASSERT_EQ(set.GetSize(), size);
-    ASSERT_EQ(set.Count(), model.Count(size));
+    RC_ASSERT(set.GetSize() == size);
+    RC_ASSERT(set.Count() == model.Count(size));
     for (int32_t i = -1; i <= size; ++i) {
-        ASSERT_EQ(set.IsSet(i), i >= 0 && i < size && model.bits[i]) << i;
-        ASSERT_EQ(set.Count(i), model.Count(i)) << i;
-        ASSERT_EQ(set.GetNextSet(i), model.NextSet(i)) << i;
-        ASSERT_EQ(set.GetPrevSet(i), model.PrevSet(i)) << i;
+        RC_ASSERT(set.IsSet(i) == (i >= 0 && i < size && model.bits[i]));
+        RC_ASSERT(set.Count(i) == model.Count(i));
+        RC_ASSERT(set.GetNextSet(i) == model.NextSet(i));
+        RC_ASSERT(set.GetPrevSet(i) == model.PrevSet(i));
     }
 }
 
@@ -47,7 +47,7 @@ BitSet RoundTrip(const BitSet& set) {
     unsigned char block[BitSet::ExportHeader::kEncodedSize];
     header.EncodeTo(block);
     BitSet::ExportHeader decoded = BitSet::ExportHeader::DecodeFrom(block);
-    EXPECT_TRUE(decoded.IsPlausible(static_cast<int64_t>(words.size()) * 4));
+    RC_ASSERT(decoded.IsPlausible(static_cast<int64_t>(words.size()) * 4));
     return BitSet(decoded, words.data());
 }
 
@@ -84,8 +84,8 @@ RC_GTEST_PROP(BitSetProperty, BehavesLikeVectorOfBoolAndSurvivesExport, ()) {
                 break;
         }
     }
-    ExpectSame(set, model);
-    ExpectSame(RoundTrip(set), model);
+    RequireSame(set, model);
+    RequireSame(RoundTrip(set), model);
 }
 
 TEST(BitSet, ExportBlockDescribesTheWords) {
