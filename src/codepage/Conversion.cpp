@@ -162,12 +162,17 @@ bool CodePage::Char2OemBuff(const wchar_t* src, char* dst, uint32_t size) {
         From_Wincode_To_Arab7(windows.get(), dst, size);
         return true;
     }
-    size = S_Bounded(src, size);
+    uint32_t n = S_Bounded(src, size);
     if (reverseMap_) {
-        Ntv2Src8Bit(src, dst, size);
+        Ntv2Src8Bit(src, dst, n);
         return true;
     }
-    return CharToOemBuffW(src, dst, size) == 1;
+    // CharToOemBuffW(src, dst, n) with the caller's room for the bytes: a
+    // double-byte OEM code page takes more bytes than characters, which the
+    // call writes beyond n but never beyond `size`.
+    if (n == 0) return true;
+    return WideCharToMultiByte(CP_OEMCP, 0, src, S_ClampToInt(n), dst, S_ClampToInt(size), nullptr,
+                               nullptr) > 0;
 }
 
 bool CodePage::Iso2CharBuff(const char* src, wchar_t* dst, uint32_t size) {
