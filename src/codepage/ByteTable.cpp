@@ -15,12 +15,15 @@ constexpr char kUnmappedByte = '_';
 }
 
 void CodePage::Src2Ntv8Bit(const char* src, wchar_t* dst, uint32_t size) {
-    // The terminator is converted too, when there is room for it.
-    size_t n = size == 0 ? 0 : std::min<size_t>(strnlen(src, size) + 1, size);
+    // Converts min(strlen(src) + 1, size) bytes, the terminator too when there
+    // is room; the length is found in the same pass.
     const uint16_t* table = forwardTable_.get();
-    for (size_t i = 0; i < n; ++i) {
+    for (uint32_t i = 0; i < size; ++i) {
         auto byte = static_cast<unsigned char>(src[i]);
-        dst[i] = static_cast<wchar_t>(byte < 0x80 || !table ? byte : table[byte - 0x80]);
+        // Both sides are read so that the choice compiles without a branch.
+        wchar_t high = table ? table[byte & 0x7F] : byte;
+        dst[i] = byte < 0x80 ? static_cast<wchar_t>(byte) : high;
+        if (byte == 0) return;
     }
 }
 
@@ -29,13 +32,13 @@ void CodePage::Ntv2Src8Bit(const wchar_t* src, char* dst, uint32_t size) {
     // rely on `size` alone bounding the write.
     for (uint32_t i = 0; i < size; ++i) {
         wchar_t ch = src[i];
-        if (ch >= 0 && ch < 0x80) {
+        if (static_cast<uint32_t>(ch) < 0x80) {
             dst[i] = static_cast<char>(ch);
             if (ch == 0) return;
             continue;
         }
         const unsigned char* byte = nullptr;
-        if (reverseMap_ && ch > 0 && ch <= 0xFFFF) {
+        if (reverseMap_ && static_cast<uint32_t>(ch) <= 0xFFFF) {
             byte = reverseMap_->Find(static_cast<uint16_t>(ch));
         }
         dst[i] = byte ? static_cast<char>(*byte) : kUnmappedByte;

@@ -36,7 +36,7 @@ public:
     // the entries of smaller or equal hash in its chain.
     void SetAt(ARG_KEY key, ARG_VALUE value) {
         uint32_t hash = HashOf(key);
-        Entry** link = &buckets_[hash % bucketCount_];
+        Entry** link = &buckets_[hash % kBucketCount];
         for (; *link && (*link)->hash <= hash; link = &(*link)->next) {
             if ((*link)->hash == hash && (*link)->key == key) {
                 (*link)->value = value;
@@ -52,7 +52,7 @@ public:
     // The value of `key`, or null when the key is absent.
     const VALUE* Find(ARG_KEY key) const {
         uint32_t hash = HashOf(key);
-        for (const Entry* e = buckets_[hash % bucketCount_]; e && e->hash <= hash; e = e->next) {
+        for (const Entry* e = buckets_[hash % kBucketCount]; e && e->hash <= hash; e = e->next) {
             if (e->hash == hash && e->key == key) return &e->value;
         }
         return nullptr;

@@ -3,7 +3,6 @@
 // reported on the debug output, skipped, and leaves one output position
 // unwritten, so that output positions count the decoded or rejected units.
 
-#include <cstring>
 #include <cwchar>
 
 #include "codepage/CodePage.h"
@@ -74,30 +73,33 @@ void S_Encode(uint32_t ch, int length, unsigned char* out) {
 
 bool CodePage::Utf82CharBuff(const char* src, wchar_t* dst, uint32_t size) {
     if (size == 0) return true;
+    // The input ends at its terminator; no sequence check reads past it,
+    // since the terminator is not a continuation byte.
     const auto* s = reinterpret_cast<const unsigned char*>(src);
-    size_t length = std::strlen(src);
-    size_t i = 0;
+    const uint32_t limit = size - 1;
     uint32_t j = 0;
-    while (i < length && j < size - 1) {
-        unsigned char lead = s[i];
+    while (*s && j < limit) {
+        unsigned char lead = *s;
         if (lead < 0x80) {
-            dst[j++] = lead;
-            ++i;
+            // Runs of ASCII are the common case.
+            do {
+                dst[j++] = *s++;
+            } while (j < limit && static_cast<unsigned char>(*s - 1) < 0x7F);
             continue;
         }
         const LeadRule* rule = lead < 0xC2 ? nullptr : S_RuleOf(lead);
         if (lead < 0xC2) {
             OutputDebugStringW(L"Wrong character code: (c < 0xc2)\n");
-        } else if (rule && S_Accepts(s + i, *rule)) {
+        } else if (rule && S_Accepts(s, *rule)) {
             uint32_t ch = lead & (0x7Fu >> rule->length);
-            for (int k = 1; k < rule->length; ++k) ch = (ch << 6) | (s[i + k] & 0x3Fu);
+            for (int k = 1; k < rule->length; ++k) ch = (ch << 6) | (s[k] & 0x3Fu);
             dst[j++] = static_cast<wchar_t>(ch);
-            i += static_cast<size_t>(rule->length);
+            s += rule->length;
             continue;
         } else if (rule) {
             OutputDebugStringW(rule->message);
         }
-        ++i;
+        ++s;
         ++j;
     }
     dst[j] = L'\0';
