@@ -42,6 +42,58 @@ uint32_t S_MultiByteRoom(const wchar_t* src, uint32_t size) {
 
 int S_ClampToInt(uint32_t size) { return static_cast<int>(std::min<uint32_t>(size, INT_MAX)); }
 
+// The system's OEM conversions take a long text piece by piece, so that its
+// terminator is found in the piece about to be converted rather than in a
+// pass of its own over the whole text. Pieces end between characters: after a
+// byte below 0x40, which no multi-byte code page uses within a character, or
+// anywhere in wide text. `size` bounds the source as the single call
+// MultiByteToWideChar(CP_OEMCP, 0, src, n, dst, n) / CharToOemBuffW(src, dst,
+// n) with n = min(size, length + 1) would, and the output never passes it.
+constexpr uint32_t kPiece = 16384;
+
+// The units of the next piece of the `rest` units that `size` still allows.
+uint32_t S_PieceLength(const char* piece, uint32_t rest) {
+    uint32_t limit = std::min(kPiece, rest);
+    if (const void* zero = std::memchr(piece, 0, limit)) {
+        return static_cast<uint32_t>(static_cast<const char*>(zero) - piece) + 1;
+    }
+    if (limit == rest) return limit;
+    uint32_t take = limit;
+    while (take > 0 && static_cast<unsigned char>(piece[take - 1]) >= 0x40) --take;
+    return take > 0 ? take : S_Bounded(piece, rest);  // nowhere to cut: the rest at once
+}
+
+uint32_t S_PieceLength(const wchar_t* piece, uint32_t rest) {
+    uint32_t limit = std::min(kPiece, rest);
+    const wchar_t* zero = std::wmemchr(piece, L'\0', limit);
+    return zero ? static_cast<uint32_t>(zero - piece) + 1 : limit;
+}
+
+int S_SystemOem(const char* src, uint32_t srcLength, wchar_t* dst, uint32_t room) {
+    return MultiByteToWideChar(CP_OEMCP, 0, src, S_ClampToInt(srcLength), dst, S_ClampToInt(room));
+}
+
+int S_SystemOem(const wchar_t* src, uint32_t srcLength, char* dst, uint32_t room) {
+    return WideCharToMultiByte(CP_OEMCP, 0, src, S_ClampToInt(srcLength), dst, S_ClampToInt(room),
+                               nullptr, nullptr);
+}
+
+template <class In, class Out>
+bool S_SystemOemPieces(const In* src, Out* dst, uint32_t size) {
+    uint32_t in = 0;
+    uint32_t out = 0;
+    while (in < size) {
+        if (out == size) return false;  // room gone with text left
+        uint32_t take = S_PieceLength(src + in, size - in);
+        int written = S_SystemOem(src + in, take, dst + out, size - out);
+        if (written <= 0) return false;
+        out += static_cast<uint32_t>(written);
+        in += take;
+        if (src[in - 1] == 0) break;
+    }
+    return in > 0;
+}
+
 // The source unchanged, unit for unit, for code pages whose tables are missing.
 void S_CopyUnchanged(const char* src, wchar_t* dst, uint32_t size) {
     uint32_t n = S_Bounded(src, size);
@@ -125,8 +177,10 @@ bool CodePage::Char2AnsiBuff(const wchar_t* src, char* dst, uint32_t size) {
 }
 
 bool CodePage::Oem2CharBuff(const char* src, wchar_t* dst, uint32_t size) {
-    size = S_Bounded(src, size);
+    // `size` is bounded by the text's length + 1: here at once, and in the
+    // converters below as they meet the terminator.
     if (S_IsArabic7(codePageId_)) {
+        size = S_Bounded(src, size);
         if (!HasArabicTables()) {
             S_CopyUnchanged(src, dst, size);
             return false;
@@ -140,8 +194,7 @@ bool CodePage::Oem2CharBuff(const char* src, wchar_t* dst, uint32_t size) {
         Src2Ntv8Bit(src, dst, size);
         return true;
     }
-    int length = S_ClampToInt(size);
-    return MultiByteToWideChar(CP_OEMCP, 0, src, length, dst, length) > 0;
+    return S_SystemOemPieces(src, dst, size);
 }
 
 bool CodePage::Char2OemBuff(const wchar_t* src, char* dst, uint32_t size) {
@@ -162,28 +215,28 @@ bool CodePage::Char2OemBuff(const wchar_t* src, char* dst, uint32_t size) {
         From_Wincode_To_Arab7(windows.get(), dst, size);
         return true;
     }
-    uint32_t n = S_Bounded(src, size);
+    // Bounding `size` by the text's length changes nothing for the 8-bit
+    // tables, which stop after the terminator anyway.
     if (reverseMap_) {
-        Ntv2Src8Bit(src, dst, n);
+        Ntv2Src8Bit(src, dst, size);
         return true;
     }
-    // CharToOemBuffW(src, dst, n) with the caller's room for the bytes: a
-    // double-byte OEM code page takes more bytes than characters, which the
-    // call writes beyond n but never beyond `size`.
-    if (n == 0) return true;
-    return WideCharToMultiByte(CP_OEMCP, 0, src, S_ClampToInt(n), dst, S_ClampToInt(size), nullptr,
-                               nullptr) > 0;
+    // As CharToOemBuffW with the caller's room for the bytes: a double-byte
+    // OEM code page takes more bytes than characters, which the call writes
+    // beyond the characters' count but never beyond `size`.
+    return size == 0 || S_SystemOemPieces(src, dst, size);
 }
 
 bool CodePage::Iso2CharBuff(const char* src, wchar_t* dst, uint32_t size) {
     if (codePageId_ == 88591) return Ansi2CharBuff(src, dst, size);
-    uint32_t n = S_Bounded(src, size);
+    // The text is bounded by min(length + 1, size); the 8-bit converter
+    // finds the terminator itself.
     if (!IsFarEast()) {
         if (!forwardTable_) {
-            S_CopyUnchanged(src, dst, n);
+            S_CopyUnchanged(src, dst, size);
             return false;
         }
-        Src2Ntv8Bit(src, dst, n);
+        Src2Ntv8Bit(src, dst, size);
         return true;
     }
     if (S_UseAnsiInFarEast()) return Ansi2CharBuff(src, dst, size);
@@ -192,6 +245,7 @@ bool CodePage::Iso2CharBuff(const char* src, wchar_t* dst, uint32_t size) {
         return true;
     }
     // Japanese: EUC through the system's Shift-JIS.
+    uint32_t n = S_Bounded(src, size);
     auto sjis = S_TempBytes(n + 1);
     if (!sjis) return false;
     EUC2SJIS(src, sjis.get(), n + 1);
@@ -200,13 +254,12 @@ bool CodePage::Iso2CharBuff(const char* src, wchar_t* dst, uint32_t size) {
 
 bool CodePage::Char2IsoBuff(const wchar_t* src, char* dst, uint32_t size) {
     if (codePageId_ == 88591) return Char2AnsiBuff(src, dst, size);
-    uint32_t n = S_Bounded(src, size);
     if (!IsFarEast()) {
         if (!reverseMap_) {
-            S_CopyUnchanged(src, dst, n);
+            S_CopyUnchanged(src, dst, size);
             return false;
         }
-        Ntv2Src8Bit(src, dst, n);
+        Ntv2Src8Bit(src, dst, size);
         return true;
     }
     if (S_UseAnsiInFarEast()) return Char2AnsiBuff(src, dst, size);

@@ -107,15 +107,16 @@ bool CodePage::Utf82CharBuff(const char* src, wchar_t* dst, uint32_t size) {
 }
 
 bool CodePage::Char2Utf8Buff(const wchar_t* src, char* dst, uint32_t size) {
-    size_t n = std::wcslen(src);
-    if (n == 0 || size < 2) {
+    // The text ends at its terminator (n = wcslen(src)); it is not measured
+    // first, so that it is read once.
+    if (src[0] == 0 || size < 2) {
         if (size > 0) dst[0] = '\0';
         return true;
     }
     auto* out = reinterpret_cast<unsigned char*>(dst);
     uint32_t room = size - 1;
     uint32_t j = 0;
-    for (size_t i = 0; i < n && j < room; ++i) {
+    for (size_t i = 0; src[i] != 0 && j < room; ++i) {
         auto ch = static_cast<uint32_t>(src[i]);
         int length = S_EncodedLength(ch);
         if (static_cast<uint32_t>(length) <= room - j) {

@@ -113,3 +113,32 @@ TEST(ConverterBounds, ArabicTransformsStayInSize) {
 
 }  // namespace
 }  // namespace quillet
+
+namespace quillet {
+namespace {
+
+// The system's OEM conversions go in pieces of some thousands of units: texts
+// longer than a piece, with and without places to cut, convert as one.
+TEST(ConverterBounds, LongOemTextsConvertWhole) {
+    test::ScopedLocale japan(17, 81, 932, 932);
+    CodePage page(932u);
+    for (const std::string& unit : {std::string("\x82\xA0"), std::string("\x82\xA0 x")}) {
+        std::string bytes;
+        while (bytes.size() < 70000) bytes += unit;
+        std::wstring text(bytes.size() + 1, L'#');
+        ASSERT_TRUE(page.Source2Native(bytes.c_str(), text.data(), static_cast<uint32_t>(text.size())));
+        text.resize(std::wcslen(text.c_str()));
+        EXPECT_EQ(text.size(), bytes.size() / unit.size() * (unit.size() == 2 ? 1 : 3));
+        EXPECT_EQ(text.find(L'\uFFFD'), std::wstring::npos);
+        std::string back(bytes.size() + 1, '#');
+        ASSERT_TRUE(page.Native2Source(text.c_str(), back.data(), static_cast<uint32_t>(back.size())));
+        EXPECT_EQ(std::string(back.c_str()), bytes);
+        // Room for all but the last character: the write stops at size.
+        std::string cut(bytes.size() + 8, '#');
+        EXPECT_FALSE(page.Native2Source(text.c_str(), cut.data(), static_cast<uint32_t>(bytes.size() - 1)));
+        EXPECT_EQ(cut.substr(bytes.size() - 1), std::string(9, '#'));
+    }
+}
+
+}  // namespace
+}  // namespace quillet
