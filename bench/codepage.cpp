@@ -150,7 +150,12 @@ void IconvEncode(benchmark::State& state, const Row& row) {
 class RatioReporter : public benchmark::ConsoleReporter {
 public:
     void ReportRuns(const std::vector<Run>& runs) override {
-        for (const auto& run : runs) seconds_[run.benchmark_name()] = run.GetAdjustedCPUTime();
+        for (const auto& run : runs) {
+            // With repetitions, the median stands for the row.
+            bool aggregate = run.run_type == Run::RT_Aggregate;
+            if (aggregate && run.aggregate_name != "median") continue;
+            seconds_[run.run_name.str()] = run.GetAdjustedCPUTime();
+        }
         ConsoleReporter::ReportRuns(runs);
     }
     void PrintRatios() const {
