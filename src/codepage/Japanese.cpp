@@ -41,17 +41,27 @@ void S_SjisToJis(unsigned char lead, unsigned char trail, unsigned char* out) {
     out[1] = static_cast<unsigned char>(cell);
 }
 
-}  // namespace
-
-void CodePage::EUC2SJIS(const char* src, char* dst, uint32_t size) {
+// Runs `step` over a zero-terminated source into `size` bytes that always end
+// in a terminator. A step writes one or two bytes and returns false when the
+// room left cannot take the next character.
+template <class Step>
+void S_Transform(const char* src, char* dst, uint32_t size, Step step) {
     if (size == 0) return;
     const auto* s = reinterpret_cast<const unsigned char*>(src);
     auto* out = reinterpret_cast<unsigned char*>(dst);
-    uint32_t room = size - 1;
+    const uint32_t room = size - 1;
     uint32_t j = 0;
-    while (*s && j < room) {
+    while (*s && j < room && step(s, out, j, room - j)) {
+    }
+    out[j] = 0;
+}
+
+}  // namespace
+
+void CodePage::EUC2SJIS(const char* src, char* dst, uint32_t size) {
+    S_Transform(src, dst, size, [](const unsigned char*& s, unsigned char* out, uint32_t& j, uint32_t left) {
         if (s[0] >= 0xA1 && s[0] <= 0xF4 && s[1]) {
-            if (room - j < 2) break;
+            if (left < 2) return false;
             S_JisToSjis(s[0] & 0x7F, s[1] & 0x7F, out + j);
             j += 2;
             s += 2;
@@ -61,33 +71,27 @@ void CodePage::EUC2SJIS(const char* src, char* dst, uint32_t size) {
         } else {
             out[j++] = *s++;
         }
-    }
-    out[j] = 0;
+        return true;
+    });
 }
 
 void CodePage::SJIS2EUC(const char* src, char* dst, uint32_t size) {
-    if (size == 0) return;
-    const auto* s = reinterpret_cast<const unsigned char*>(src);
-    auto* out = reinterpret_cast<unsigned char*>(dst);
-    uint32_t room = size - 1;
-    uint32_t j = 0;
-    while (*s && j < room) {
+    S_Transform(src, dst, size, [](const unsigned char*& s, unsigned char* out, uint32_t& j, uint32_t left) {
         if (S_IsSjisLead(s[0]) && s[1]) {
-            if (room - j < 2) break;
+            if (left < 2) return false;
             S_SjisToJis(s[0], s[1], out + j);
-            out[j] |= 0x80;
-            out[j + 1] |= 0x80;
-            j += 2;
+            out[j++] |= 0x80;
+            out[j++] |= 0x80;
             s += 2;
         } else if (s[0] >= 0xA0 && s[0] <= 0xDF) {
-            if (room - j < 2) break;
+            if (left < 2) return false;
             out[j++] = kSingleShift2;
             out[j++] = *s++;
         } else {
             out[j++] = *s++;
         }
-    }
-    out[j] = 0;
+        return true;
+    });
 }
 
 }  // namespace quillet
