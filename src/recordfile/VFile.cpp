@@ -651,7 +651,7 @@ unsigned char* VFile::GetRecordBuffer(int32_t n) {
     int32_t position = 0;
     if (!LocateRecord(n, position, length)) return nullptr;
     // The length was checked against the file's size, so it may size the buffer.
-    if (buffer_.size() < static_cast<size_t>(length) + 1) buffer_.resize(static_cast<size_t>(length) + 1);
+    if (buffer_.size() < static_cast<size_t>(length)) buffer_.resize(static_cast<size_t>(length));
     if (!ReadAt(*data_, position, buffer_.data(), length)) {
         FailFromFile(*data_);
         return nullptr;

@@ -105,7 +105,8 @@ public:
     // Creates (replacing) the data file, and for variable-length indexed
     // records its index file. recordLength is in 16-bit words; < 1 makes
     // variable-length records. A temporary file is deleted at Close. New files
-    // are big-endian unless `type` says otherwise.
+    // are big-endian unless `type` says otherwise, and always writable: `mode`
+    // is kept for the callers' argument lists.
     bool Create(int32_t userType, Mode mode, bool temporary, AccessMethod accessMethod,
                 int32_t recordLength, FileType type = kBigEndian);
     // Opens an existing file; shareA and shareB are File::Open's sharing flags.
