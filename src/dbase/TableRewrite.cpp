@@ -4,74 +4,19 @@
 
 #include "dbase/DBase.h"
 #include "foundation/File.h"
-#include "foundation/Win32File.h"
+#include "foundation/FileReplace.h"
 
 namespace quillet {
 
 namespace {
 
-constexpr int kCopyChunk = 2048;
-constexpr uint32_t kMaxTempPath = 4096;
-
-// Replaces the bytes of `to` by those of `from`, in chunks of 2048 bytes.
-// True only when every byte of the source arrived.
-bool s_CopyFileBytes(File* from, File* to) {
-    if (to->IsReadOnly()) {
-        to->Close();
-        if (!to->Open(0, 1, 0, 0, 0)) return false;
-    }
-    if (!from->Seek(0, File::kBegin) || !to->SetLength(0) || !to->Seek(0, File::kBegin)) return false;
-    char chunk[kCopyChunk];
-    int64_t copied = 0;
-    for (;;) {
-        int n = from->Read(chunk, kCopyChunk);
-        if (n <= 0) break;
-        if (to->Write(chunk, n) != n) return false;
-        copied += n;
-    }
-    return copied == from->GetLengthEx();
-}
-
-// Copies `source` over `table`; if that fails part way, the table's old bytes,
-// saved beforehand, are copied back.
-bool s_ReplaceContents(File& source, File& table) {
-    TemporaryFile saved;
-    if (!saved.Create() || !s_CopyFileBytes(&table, &saved.file()) || !saved.file().Seek(0, File::kBegin)) {
-        return false;
-    }
-    if (s_CopyFileBytes(&source, &table) && table.Flush()) return true;
-    s_CopyFileBytes(&saved.file(), &table);
-    table.Flush();
-    return false;
-}
+// The table is copied back in chunks of this many bytes.
+constexpr int32_t kCopyChunk = 2048;
 
 }  // namespace
 
-TemporaryFile::TemporaryFile() = default;
-
-TemporaryFile::~TemporaryFile() {
-    if (!file_) return;
-    std::wstring path = file_->GetPath();
-    if (!file_->Delete()) ::quillet::DeleteFileW(path.c_str());
-}
-
-bool TemporaryFile::Create() {
-    wchar_t directory[kMaxTempPath];
-    uint32_t length = GetTempPathW(kMaxTempPath, directory);
-    if (length == 0 || length >= kMaxTempPath) return false;
-    wchar_t name[kMaxTempPath];
-    if (GetTempFileNameW(directory, L"dbf", 0, name) == 0) return false;
-    // The name is what is wanted; the file is made anew through File.
-    ::quillet::DeleteFileW(name);
-    file_ = std::make_unique<File>(name);
-    if (file_->Create(1, 0)) return true;
-    file_.reset();
-    ::quillet::DeleteFileW(name);
-    return false;
-}
-
 bool TableRewrite::Begin(const DBaseHeaderRecord& header, const std::vector<DBaseFieldRecord>& fields) {
-    if (!temp_.Create()) return false;
+    if (!temp_.Create(L"dbf")) return false;
     File& out = temp_.file();
     unsigned char bytes[kDBaseHeaderSize];
     DBase::SwapHeaderNL(header, bytes);
@@ -107,7 +52,7 @@ bool TableRewrite::Finish(const DBaseHeaderRecord& header, File& table) {
     unsigned char bytes[kDBaseHeaderSize];
     DBase::SwapHeaderNL(header, bytes);
     return out.Write(&kDBaseEndOfFile, 1) == 1 && out.Seek(0, File::kBegin) &&
-           out.Write(bytes, kDBaseHeaderSize) == kDBaseHeaderSize && s_ReplaceContents(out, table);
+           out.Write(bytes, kDBaseHeaderSize) == kDBaseHeaderSize && ReplaceContents({{out, table}}, kCopyChunk);
 }
 
 }  // namespace quillet

@@ -11,30 +11,14 @@
 // table as it was. Temporary files are removed whatever happens.
 
 #include <cstdint>
-#include <memory>
 #include <vector>
 
 #include "dbase/DBaseFormat.h"
+#include "foundation/TemporaryFile.h"
 
 namespace quillet {
 
 class File;
-
-// A file in the temporary directory, deleted when the object goes.
-class TemporaryFile {
-public:
-    TemporaryFile();
-    ~TemporaryFile();
-    TemporaryFile(const TemporaryFile&) = delete;
-    TemporaryFile& operator=(const TemporaryFile&) = delete;
-
-    // Makes a unique name in the temporary directory and creates the file.
-    bool Create();
-    File& file() { return *file_; }
-
-private:
-    std::unique_ptr<File> file_;
-};
 
 // The new contents of a table being rewritten.
 class TableRewrite {
