@@ -2,18 +2,21 @@
 // leaves the table byte for byte as it was and no temporary file behind.
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <functional>
+#include <optional>
 
 #include "TableBuilder.h"
 #include "dbase/DBase.h"
 #include "foundation/FaultInjection.h"
+#include "support/FaultSweep.h"
+#include "support/ScopedEnv.h"
 #include "support/TestSupport.h"
 
 namespace quillet {
 namespace {
 
+using test::FaultSweep;
 using test::ReadBytes;
 using test::TempDir;
 using test::WriteBytes;
@@ -21,10 +24,6 @@ using test::WriteBytes;
 class DBaseFaults : public ::testing::Test {
 protected:
     void SetUp() override {
-        const char* old = getenv("TMPDIR");
-        oldTmp_ = old ? old : "";
-        hadTmp_ = old != nullptr;
-        setenv("TMPDIR", temp_.path().c_str(), 1);
         path_ = tables_.Wide("f.dbf");
         test::CreateTable(path_, {{L"NAME", DBase::qovaCharacter, 20, 0}, {L"VALUE", DBase::qovaNumeric, 10, 2}});
         DBase table(path_);
@@ -41,57 +40,39 @@ protected:
         for (int record : {1, 7, 299}) original_[static_cast<size_t>(97 + record * 31)] = '*';
     }
 
-    void TearDown() override {
-        FaultInjection::Reset();
-        if (hadTmp_) {
-            setenv("TMPDIR", oldTmp_.c_str(), 1);
-        } else {
-            unsetenv("TMPDIR");
-        }
-    }
-
-    // Runs `operation` on a fresh copy of the table with the nth call of
-    // `kind` failing (n 0: none); returns whether it succeeded.
-    bool RunWithFault(const std::function<bool(DBase&)>& operation, FaultInjection::Operation kind, int64_t n,
-                      int64_t* calls = nullptr) {
-        WriteBytes(tables_ / "f.dbf", original_);
-        DBase table(path_);
-        FaultInjection::Reset();
-        FaultInjection::FailNth(kind, n);
-        bool ok = operation(table);
-        if (calls) *calls = FaultInjection::Count(kind);
-        FaultInjection::Reset();
-        table.Close();
-        return ok;
-    }
-
+    // Runs `operation` on a fresh copy of the table at every failure point.
     void ExpectEveryFailurePointIsHarmless(const std::function<bool(DBase&)>& operation) {
-        for (auto kind : {FaultInjection::kWrite, FaultInjection::kSeek, FaultInjection::kCreate}) {
-            int64_t calls = 0;
-            ASSERT_TRUE(RunWithFault(operation, kind, 0, &calls));
-            auto expected = ReadBytes(tables_ / "f.dbf");
-            ASSERT_NE(expected, original_);
-            ASSERT_GT(calls, 0);
-            for (int64_t n = 1; n <= calls; ++n) {
-                bool ok = RunWithFault(operation, kind, n);
-                auto now = ReadBytes(tables_ / "f.dbf");
-                if (ok) {
-                    EXPECT_EQ(now, expected) << "kind " << kind << " call " << n;
-                } else {
-                    EXPECT_EQ(now, original_) << "kind " << kind << " call " << n << " of " << calls;
-                }
-                EXPECT_TRUE(temp_.Files().empty()) << "kind " << kind << " call " << n;
-                EXPECT_EQ(tables_.Files(), std::vector<std::string>{"f.dbf"});
+        std::optional<DBase> table;
+        std::vector<unsigned char> expected;
+        FaultSweep sweep;
+        sweep.restore = [&] {
+            WriteBytes(tables_ / "f.dbf", original_);
+            table.emplace(path_);
+        };
+        sweep.operation = [&] { return operation(*table); };
+        sweep.finish = [&] { table->Close(); };
+        sweep.check = [&](FaultInjection::Operation kind, int64_t n, bool ok) {
+            auto now = ReadBytes(tables_ / "f.dbf");
+            if (n == 0) {
+                expected = now;
+                EXPECT_NE(expected, original_);
+            } else if (ok) {
+                EXPECT_EQ(now, expected) << "kind " << kind << " call " << n;
+            } else {
+                EXPECT_EQ(now, original_) << "kind " << kind << " call " << n;
             }
-        }
+            EXPECT_TRUE(temp_.Files().empty()) << "kind " << kind << " call " << n;
+            EXPECT_EQ(tables_.Files(), std::vector<std::string>{"f.dbf"});
+        };
+        sweep.Run({FaultInjection::kWrite, FaultInjection::kSeek, FaultInjection::kCreate});
     }
 
+    FaultInjectionScope disarmAtEnd_;
     TempDir tables_;
     TempDir temp_;
+    test::ScopedEnv tmpdir_{"TMPDIR", temp_.path().c_str()};
     std::wstring path_;
     std::vector<unsigned char> original_;
-    std::string oldTmp_;
-    bool hadTmp_ = false;
 };
 
 TEST_F(DBaseFaults, CompactFile) {
