@@ -5,7 +5,9 @@
 #include <cstring>
 
 #include "foundation/ByteOrder.h"
+#include "foundation/FileReplace.h"
 #include "foundation/String.h"
+#include "foundation/TemporaryFile.h"
 #include "foundation/Win32Error.h"
 #include "foundation/Win32File.h"
 
@@ -58,17 +60,6 @@ bool S_WriteHeaderRecord(File* file, int32_t position, const VFile::HeaderRec& h
 int64_t S_DeclaredLength(const VFile::HeaderRec& header, int64_t actual) {
     int64_t declared = int64_t{header.fileLength} * 2;
     return std::clamp<int64_t>(declared, 0, actual & ~int64_t{1});
-}
-
-// Replaces the contents of `to` by those of `from`, through the open files.
-bool S_CopyFileBytes(File* from, File* to) {
-    if (!SeekTo(*from, 0) || !to->SetLength(0) || !SeekTo(*to, 0)) return false;
-    unsigned char chunk[kCopyChunk];
-    for (;;) {
-        int n = from->Read(chunk, kCopyChunk);
-        if (n <= 0) return true;
-        if (to->Write(chunk, n) != n) return false;
-    }
 }
 
 std::wstring S_IndexPath(const std::wstring& dataPath) {
@@ -678,31 +669,27 @@ bool VFile::CopyLiveRecordsTo(VFile& copy) {
     return true;
 }
 
+// The data file and its index are replaced as a pair: if either copy fails,
+// both get their old bytes back.
 bool VFile::CopyOver(VFile& copy) {
-    if (!S_CopyFileBytes(copy.data_.get(), data_.get()) || !data_->Flush()) return FailFromFile(*data_);
-    if (index_ && copy.index_) {
-        if (!S_CopyFileBytes(copy.index_.get(), index_.get()) || !index_->Flush()) {
-            return FailFromFile(*index_);
-        }
-    }
-    return true;
+    bool ok = index_ && copy.index_
+                  ? ReplaceContents({{*copy.data_, *data_}, {*copy.index_, *index_}}, kCopyChunk)
+                  : ReplaceContents({{*copy.data_, *data_}}, kCopyChunk);
+    if (ok) return true;
+    if (data_->GetLastError() != File::kNoError || !index_) return FailFromFile(*data_);
+    return FailFromFile(*index_);
 }
 
 bool VFile::CompactFile() {
     if (!IsOpen() || readOnly_) return Fail(readOnly_ ? File::kAccessDenied : File::kNotOpen);
     if (IsVariableLength() && !index_) return Fail(File::kNotOpen);
-    wchar_t directory[4096];
-    wchar_t name[4096];
-    uint32_t n = GetTempPathW(4096, directory);
-    if (n == 0 || n >= 4096 || GetTempFileNameW(directory, L"vfc", 0, name) == 0) {
-        return Fail(File::kGeneralFailure);
-    }
+    std::wstring name = TemporaryFile::UniqueName(L"vfc");
+    if (name.empty()) return Fail(File::kGeneralFailure);
     // The copy keeps this file's byte order and header, so that copying its
     // bytes back changes nothing but the records.
-    VFile copy(name);
+    VFile copy(name.c_str());
     AccessMethod method = header_.fileCode >= kCodeFixedIndexed ? kIndexed : kNotIndexed;
     if (!copy.Create(header_.userType, kReadWrite, true, method, header_.recordLength, type_)) {
-        quillet::DeleteFileW(name);
         return Fail(copy.GetLastError());
     }
     bool ok = CopyLiveRecordsTo(copy) && copy.WriteHeader(header_);
