@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "dbase/DBase.h"
+#include "BenchSupport.h"
 
 namespace {
 
@@ -130,27 +131,13 @@ double PlainReadSeconds(const std::filesystem::path& path) {
     return best;
 }
 
-// Resident anonymous memory (the heap; pages of a mapped table file are not
-// counted), from /proc/self/status.
-long AnonymousRssKb() {
-    std::FILE* status = std::fopen("/proc/self/status", "r");
-    if (!status) return 0;
-    char line[256];
-    long kb = 0;
-    while (std::fgets(line, sizeof line, status)) {
-        if (std::sscanf(line, "RssAnon: %ld", &kb) == 1) break;
-    }
-    std::fclose(status);
-    return kb;
-}
-
 template <typename ReadRecord>
 void Scan(benchmark::State& state, ReadRecord readRecord) {
     const auto& path = ScanTable();
     double readSeconds = PlainReadSeconds(path);
     DBase table(Wide(path));
     table.Open(true, true, CodePage::qovaCodePageDefault);
-    long rssBefore = AnonymousRssKb();
+    long rssBefore = quillet::bench::AnonymousRssKb();
     double scanSeconds = 0;
     for (auto _ : state) {
         auto start = std::chrono::steady_clock::now();
@@ -163,7 +150,7 @@ void Scan(benchmark::State& state, ReadRecord readRecord) {
     double perScan = scanSeconds / static_cast<double>(state.iterations());
     state.counters["records_per_s"] = kRecords / perScan;
     state.counters["x_read"] = perScan / readSeconds;
-    state.counters["heap_growth_kb"] = static_cast<double>(AnonymousRssKb() - rssBefore);
+    state.counters["heap_growth_kb"] = static_cast<double>(quillet::bench::AnonymousRssKb() - rssBefore);
     state.SetItemsProcessed(state.iterations() * kRecords);
 }
 

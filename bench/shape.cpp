@@ -22,6 +22,7 @@
 #include "foundation/ByteOrder.h"
 #include "recordfile/VFile.h"
 #include "shape/ShpFile.h"
+#include "BenchSupport.h"
 
 namespace {
 
@@ -78,20 +79,6 @@ double Seconds(std::chrono::steady_clock::time_point since) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - since).count();
 }
 
-// Anonymous resident memory (heap and stacks) in KiB. Pages of a mapped file
-// are left out: they belong to the system's cache and come and go with it.
-long AnonymousRssKb() {
-    std::FILE* status = std::fopen("/proc/self/status", "r");
-    if (!status) return 0;
-    char line[256];
-    long kb = 0;
-    while (std::fgets(line, sizeof line, status)) {
-        if (std::sscanf(line, "RssAnon: %ld", &kb) == 1) break;
-    }
-    std::fclose(status);
-    return kb;
-}
-
 // The next record number of a full-period walk over 0..kRecords-1.
 int32_t NextRandom(uint64_t& state) {
     do {
@@ -144,7 +131,7 @@ template <typename NextNumber>
 void ReadAll(benchmark::State& state, NextNumber next, double (*plain)()) {
     EnsureLayer();
     double ours = 0, theirs = 0;
-    long rssBefore = AnonymousRssKb();
+    long rssBefore = quillet::bench::AnonymousRssKb();
     long rssPeak = rssBefore;
     for (auto _ : state) {
         ShpFile shp(Wide(DataPath()).c_str());
@@ -159,7 +146,7 @@ void ReadAll(benchmark::State& state, NextNumber next, double (*plain)()) {
         }
         benchmark::DoNotOptimize(sum);
         ours += Seconds(start);
-        rssPeak = std::max(rssPeak, AnonymousRssKb());
+        rssPeak = std::max(rssPeak, quillet::bench::AnonymousRssKb());
         state.PauseTiming();
         theirs += plain();
         state.ResumeTiming();

@@ -66,7 +66,7 @@ int32_t ReadableRecords(const DBase& table, const std::string& path) {
     return static_cast<int32_t>(std::clamp<int64_t>(fit, 0, header.numRecords));
 }
 
-// --- Field specifications: NAME:TYPE:WIDTH[:DECIMALS]
+// --- Field descriptions: NAME:TYPE:WIDTH[:DECIMALS]
 
 struct FieldSpec {
     std::string name;
