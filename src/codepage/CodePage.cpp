@@ -165,7 +165,7 @@ CodePage::qovaCodePageEnum CodePage::FindCodePageType(uint32_t codePage) {
 uint32_t CodePage::FindCodePageId(const String& text) {
     wchar_t digits[kMaxIdDigits + 1] = {};
     int count = 0;
-    for (wchar_t ch : text.str()) {
+    for (wchar_t ch : text.view()) {
         if (ch >= L'0' && ch <= L'9' && count < kMaxIdDigits) digits[count++] = ch;
     }
     int32_t number = S_wtol(digits);

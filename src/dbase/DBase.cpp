@@ -370,7 +370,7 @@ int DBase::GetFieldNumber(const String& name) const {
     String key = name.Left(kDBaseMaxFieldName);
     if (key.IsEmpty()) return -1;
     for (int i = 0; i < GetNumFields(); ++i) {
-        if (!names_[i].IsEmpty() && CompareNoCase(key.str(), names_[i].str()) == 0) return i;
+        if (!names_[i].IsEmpty() && CompareNoCase(key.view(), names_[i].view()) == 0) return i;
     }
     return -1;
 }

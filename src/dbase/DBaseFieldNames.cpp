@@ -39,10 +39,10 @@ bool DBase::CheckDuplicateFieldName(int32_t index, StringArray& names) {
     const String& name = names[index];
     if (name.IsEmpty()) return false;
     for (const wchar_t* reserved : kReservedNames) {
-        if (CompareNoCase(name.str(), reserved) == 0) return true;
+        if (CompareNoCase(name.view(), reserved) == 0) return true;
     }
     for (int i = 0; i < index; ++i) {
-        if (CompareNoCase(name.str(), names[i].str()) == 0) return true;
+        if (CompareNoCase(name.view(), names[i].view()) == 0) return true;
     }
     return false;
 }

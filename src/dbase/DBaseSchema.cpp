@@ -94,7 +94,7 @@ bool DBase::PrepareNewColumns(const StringArray& names, qovaDataType* types, int
     for (int i = 0; i < names.GetSize(); ++i) {
         String name = names[i].Left(kDBaseMaxFieldName);
         for (const String& other : taken) {
-            if (CompareNoCase(name.str(), other.str()) == 0) {
+            if (CompareNoCase(name.view(), other.view()) == 0) {
                 status_ = kStatusDuplicateName;
                 return false;
             }
@@ -175,7 +175,7 @@ bool DBase::DropColumn(const String& name) {
     if (!Open(false, true, CodePage::qovaCodePageDefault)) return false;
     int dropped = -1;
     for (int i = 0; i < GetNumFields() && dropped < 0; ++i) {
-        if (CompareNoCase(name.str(), names_[i].str()) == 0) dropped = i;
+        if (CompareNoCase(name.view(), names_[i].view()) == 0) dropped = i;
     }
     bool replaced = false;
     if (dropped < 0) {

@@ -1,7 +1,10 @@
 #include "foundation/String.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cwchar>
+#include <limits>
+#include <stdexcept>
 #include <vector>
 
 #include "foundation/SystemCodePage.h"
@@ -61,7 +64,52 @@ wchar_t ToUpper(wchar_t c) {
 
 }  // namespace
 
-String::String(const char* narrow) : s_(NarrowToWide(narrow)) {}
+// --- Storage -----------------------------------------------------------------
+
+// Moves the first `keep` characters into a heap block with room for at
+// least `length`. Returns the heap block given up (null for the inline one)
+// for the caller to free once nothing reads from it any more.
+wchar_t* String::Grow(size_t length, size_t keep) {
+    if (length >= std::numeric_limits<uint32_t>::max() / 2) throw std::length_error("String too long");
+    // Doubling keeps repeated appends linear.
+    size_t capacity = std::max(length, size_t{capacity_} * 2);
+    auto* grown = new wchar_t[capacity + 1];
+    std::wmemcpy(grown, data_, keep);
+    wchar_t* old = IsInline() ? nullptr : data_;
+    data_ = grown;
+    capacity_ = static_cast<uint32_t>(capacity);
+    return old;
+}
+
+void String::Splice(size_t keep, std::wstring_view tail) {
+    size_t length = keep + tail.size();
+    wchar_t* old = length > capacity_ ? Grow(length, keep) : nullptr;
+    if (!tail.empty()) std::wmemmove(data_ + keep, tail.data(), tail.size());
+    delete[] old;
+    length_ = static_cast<uint32_t>(length);
+    data_[length] = L'\0';
+}
+
+String& String::operator=(const String& other) {
+    if (this != &other) Assign(other.view());
+    return *this;
+}
+
+String& String::operator=(String&& other) noexcept {
+    if (this != &other) {
+        FreeHeap();
+        data_ = inline_;
+        TakeFrom(other);
+    }
+    return *this;
+}
+
+// --- Text --------------------------------------------------------------------
+
+String::String(const char* narrow) {
+    inline_[0] = L'\0';
+    Assign(NarrowToWide(narrow));
+}
 
 String String::FromUtf8(std::string_view utf8) {
     std::wstring out;
@@ -93,13 +141,13 @@ String String::FromUtf8(std::string_view utf8) {
         out += static_cast<wchar_t>(cp);
         i += static_cast<size_t>(extra) + 1;
     }
-    return String(std::move(out));
+    return String(out);
 }
 
 std::string String::ToUtf8() const {
     std::string out;
-    out.reserve(s_.size());
-    for (wchar_t wc : s_) {
+    out.reserve(length_);
+    for (wchar_t wc : view()) {
         auto c = static_cast<uint32_t>(wc);
         if (c > 0x10FFFF) c = 0xFFFD;
         if (c < 0x80) {
@@ -122,86 +170,86 @@ std::string String::ToUtf8() const {
 }
 
 std::string String::ToNarrow() const {
-    size_t room = s_.size() * 4 + 1;
+    size_t room = size_t{length_} * 4 + 1;
     std::string out(room, '\0');
-    size_t n = sys::wcstombs(out.data(), s_.c_str(), room);
+    size_t n = sys::wcstombs(out.data(), data_, room);
     if (n == static_cast<size_t>(-1)) return ToUtf8();
     out.resize(n);
     return out;
 }
 
 String& String::operator=(const wchar_t* text) {
-    s_ = text ? text : L"";
+    Assign(text ? std::wstring_view(text) : std::wstring_view());
     return *this;
 }
 
 String& String::operator=(const char* narrow) {
-    s_ = NarrowToWide(narrow);
+    Assign(NarrowToWide(narrow));
     return *this;
 }
 
 String& String::operator+=(wchar_t ch) {
-    s_ += ch;
+    Splice(length_, {&ch, 1});
     return *this;
 }
 
 String& String::operator+=(const wchar_t* text) {
-    if (text) s_ += text;
+    if (text) Splice(length_, text);
     return *this;
 }
 
 String& String::operator+=(const char* narrow) {
-    s_ += NarrowToWide(narrow);
+    Splice(length_, NarrowToWide(narrow));
     return *this;
 }
 
 String& String::operator+=(const String& other) {
-    s_ += other.s_;
+    Splice(length_, other.view());
     return *this;
 }
 
 void String::SetAt(int index, wchar_t ch) {
-    if (index >= 0 && index < GetLength()) s_[static_cast<size_t>(index)] = ch;
+    if (index >= 0 && index < GetLength()) data_[index] = ch;
 }
 
 String String::Left(int n) const {
     if (n <= 0) return {};
-    return String(s_.substr(0, static_cast<size_t>(n)));
+    return String(view().substr(0, static_cast<size_t>(n)));
 }
 
 String String::Right(int n) const {
     if (n <= 0) return {};
     if (n >= GetLength()) return *this;
-    return String(s_.substr(s_.size() - static_cast<size_t>(n)));
+    return String(view().substr(length_ - static_cast<size_t>(n)));
 }
 
 String String::Mid(int first, int count) const {
     if (first < 0) first = 0;
     if (first >= GetLength()) return {};
-    size_t n = count < 0 ? std::wstring::npos : static_cast<size_t>(count);
-    return String(s_.substr(static_cast<size_t>(first), n));
+    size_t n = count < 0 ? std::wstring_view::npos : static_cast<size_t>(count);
+    return String(view().substr(static_cast<size_t>(first), n));
 }
 
 int String::Find(wchar_t ch, int start) const {
     if (start < 0) start = 0;
-    size_t at = s_.find(ch, static_cast<size_t>(start));
-    return at == std::wstring::npos ? -1 : static_cast<int>(at);
+    size_t at = view().find(ch, static_cast<size_t>(start));
+    return at == std::wstring_view::npos ? -1 : static_cast<int>(at);
 }
 
 int String::Find(const wchar_t* text, int start) const {
     if (!text || start < 0) return -1;
-    size_t at = s_.find(text, static_cast<size_t>(start));
-    return at == std::wstring::npos ? -1 : static_cast<int>(at);
+    size_t at = view().find(text, static_cast<size_t>(start));
+    return at == std::wstring_view::npos ? -1 : static_cast<int>(at);
 }
 
 int String::ReverseFind(wchar_t ch) const {
-    size_t at = s_.rfind(ch);
-    return at == std::wstring::npos ? -1 : static_cast<int>(at);
+    size_t at = view().rfind(ch);
+    return at == std::wstring_view::npos ? -1 : static_cast<int>(at);
 }
 
 int String::FindNoCase(const wchar_t* text) const {
     if (!text) return -1;
-    std::wstring hay = s_, needle = text;
+    std::wstring hay = str(), needle = text;
     for (auto& c : hay) c = ToLower(c);
     for (auto& c : needle) c = ToLower(c);
     size_t at = hay.find(needle);
@@ -210,32 +258,32 @@ int String::FindNoCase(const wchar_t* text) const {
 
 String& String::TrimLeft() {
     size_t i = 0;
-    while (i < s_.size() && IsBlank(s_[i])) ++i;
-    s_.erase(0, i);
+    while (i < length_ && IsBlank(data_[i])) ++i;
+    Assign(view().substr(i));
     return *this;
 }
 
 String& String::TrimRight() {
-    size_t n = s_.size();
-    while (n > 0 && IsBlank(s_[n - 1])) --n;
-    s_.resize(n);
+    size_t n = length_;
+    while (n > 0 && IsBlank(data_[n - 1])) --n;
+    SetLength(n);
     return *this;
 }
 
 String& String::MakeUpper() {
-    for (auto& c : s_) c = ToUpper(c);
+    std::transform(data_, data_ + length_, data_, ToUpper);
     return *this;
 }
 
 String& String::MakeLower() {
-    for (auto& c : s_) c = ToLower(c);
+    std::transform(data_, data_ + length_, data_, ToLower);
     return *this;
 }
 
-int String::Compare(const wchar_t* other) const { return s_.compare(other ? other : L""); }
+int String::Compare(const wchar_t* other) const { return view().compare(other ? other : L""); }
 
 int String::CompareNoCase(const wchar_t* other) const {
-    return quillet::CompareNoCase(s_, other ? other : L"");
+    return quillet::CompareNoCase(view(), other ? other : L"");
 }
 
 String& String::Format(const wchar_t* pattern, ...) {
@@ -255,14 +303,14 @@ String& String::FormatV(const wchar_t* pattern, va_list args) {
         int n = std::vswprintf(buffer.data(), buffer.size(), pattern, copy);
         va_end(copy);
         if (n >= 0 && static_cast<size_t>(n) < buffer.size()) {
-            s_.assign(buffer.data(), static_cast<size_t>(n));
+            Assign({buffer.data(), static_cast<size_t>(n)});
             return *this;
         }
         // vswprintf does not report the size it needs: grow until it fits,
         // within a sane bound, unless it failed on a character it cannot
         // convert (glibc says so in errno), which no size would cure.
         if (errno == EILSEQ || buffer.size() >= (1u << 24)) {
-            s_.clear();
+            SetLength(0);
             return *this;
         }
         buffer.resize(buffer.size() * 4);
@@ -279,11 +327,11 @@ String String::Formatted(const wchar_t* pattern, ...) {
 }
 
 BSTR String::MakeBSTR() const {
-    return SysAllocStringLen(s_.data(), static_cast<uint32_t>(s_.size()));
+    return SysAllocStringLen(data_, length_);
 }
 
 bool String::LoadStringW(unsigned, void*) {
-    s_.clear();
+    SetLength(0);
     return false;
 }
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
 #include "foundation/Variant.h"
@@ -25,6 +26,44 @@ TEST(String, PiecesClampToTheText) {
     s.SetAt(0, L'R');
     s.SetAt(100, L'x');  // out of range: nothing
     EXPECT_EQ(W(s), L"Roads.dbf");
+}
+
+// Text moves between the object's own room and the heap as it grows; every
+// length around that limit must survive copies, moves and appends that read
+// from the string itself.
+TEST(String, KeepsItsTextAcrossTheInlineLimit) {
+    for (int length = String::kInlineCapacity - 2; length <= String::kInlineCapacity * 2 + 2; ++length) {
+        SCOPED_TRACE(length);
+        std::wstring expected;
+        for (int i = 0; i < length; ++i) expected += static_cast<wchar_t>(L'a' + i % 26);
+        String s;
+        for (wchar_t c : expected) s += c;
+        EXPECT_EQ(W(s), expected);
+        EXPECT_EQ(s.c_str()[length], L'\0');
+
+        String copy(s);
+        String moved(std::move(s));
+        EXPECT_EQ(W(moved), expected);
+        EXPECT_TRUE(s.IsEmpty());  // NOLINT: the moved-from state is specified
+        EXPECT_STREQ(s.c_str(), L"");
+        s = moved;
+        moved = std::move(copy);
+        EXPECT_EQ(W(s), expected);
+        EXPECT_EQ(W(moved), expected);
+
+        s += s;
+        EXPECT_EQ(W(s), expected + expected);
+        s = s.c_str() + 1;
+        EXPECT_EQ(W(s), (expected + expected).substr(1));
+        s.TrimLeft();
+        s.GetBufferSetLength(length)[0] = L'#';
+        EXPECT_EQ(W(s), L"#" + (expected + expected).substr(2, static_cast<size_t>(length - 1)));
+        std::wstring padded = W(s) + L"    ";
+        wchar_t* grown = s.GetBufferSetLength(length + 4);
+        std::fill(grown + length, grown + length + 4, L' ');
+        EXPECT_EQ(W(s), padded);
+        EXPECT_EQ(W(s.TrimRight()), padded.substr(0, static_cast<size_t>(length)));
+    }
 }
 
 TEST(String, FindsCharactersAndText) {
