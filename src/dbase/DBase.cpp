@@ -415,8 +415,11 @@ bool DBase::MoveTo(int32_t record) {
 
 bool DBase::SeekToCurrent() {
     if (current_ < 0 || !IsOpen()) return false;
+    return header_.RecordPosition(current_) == cachedPosition_ || ReadCurrentRecord();
+}
+
+bool DBase::ReadCurrentRecord() {
     int64_t position = header_.RecordPosition(current_);
-    if (position == cachedPosition_) return true;
     int length = header_.recordLength;
     int read = file_->SeekEx(position, File::kBegin) ? file_->Read(record_.data(), length) : 0;
     if (read <= 0) {
@@ -429,6 +432,31 @@ bool DBase::SeekToCurrent() {
     if (static_cast<unsigned char>(record_[0]) == kDBaseEndOfFile) record_[0] = ' ';
     cachedPosition_ = position;
     return true;
+}
+
+// Field access stays beside the record cache so that the cache check is
+// inlined into every field read.
+const DBase::FieldEntry* DBase::FieldForRead(int field) {
+    if (field < 0 || field >= GetNumFields()) {
+        status_ = kStatusBadField;
+        return nullptr;
+    }
+    if (!SeekToCurrent()) {
+        status_ = current_ < 0 ? kStatusNoRecord : kStatusHeader;
+        return nullptr;
+    }
+    status_ = kStatusOk;
+    return &fields_[static_cast<size_t>(field)];
+}
+
+DBase::FieldEntry* DBase::FieldForWrite(int field) {
+    const FieldEntry* entry = FieldForRead(field);
+    if (!entry) return nullptr;
+    if (record_[0] == kDBaseDeletedFlag) {
+        status_ = kStatusNoRecord;
+        return nullptr;
+    }
+    return &fields_[static_cast<size_t>(field)];
 }
 
 bool DBase::FlushDirtyRecord() {

@@ -189,6 +189,8 @@ private:
     String SideFilePath(const wchar_t* extension) const;
     bool ReadCodePageFile(String& name) const;
     void ResetCursor();
+    // Reads record current_ into the record buffer.
+    bool ReadCurrentRecord();
 
     // Field access helpers: check the field number (and the record).
     const FieldEntry* FieldForRead(int field);

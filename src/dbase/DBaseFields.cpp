@@ -58,29 +58,6 @@ int TextLength(const char* bytes, int length, bool& ascii) {
 
 }  // namespace
 
-const DBase::FieldEntry* DBase::FieldForRead(int field) {
-    if (field < 0 || field >= GetNumFields()) {
-        status_ = kStatusBadField;
-        return nullptr;
-    }
-    if (!SeekToCurrent()) {
-        status_ = current_ < 0 ? kStatusNoRecord : kStatusHeader;
-        return nullptr;
-    }
-    status_ = kStatusOk;
-    return &fields_[static_cast<size_t>(field)];
-}
-
-DBase::FieldEntry* DBase::FieldForWrite(int field) {
-    const FieldEntry* entry = FieldForRead(field);
-    if (!entry) return nullptr;
-    if (record_[0] == kDBaseDeletedFlag) {
-        status_ = kStatusNoRecord;
-        return nullptr;
-    }
-    return &fields_[static_cast<size_t>(field)];
-}
-
 // --- Getters ----------------------------------------------------------------
 
 const char* DBase::GetFieldPointer(int field) {
@@ -95,20 +72,28 @@ const char* DBase::GetFieldPointer(int field) {
 }
 
 String DBase::GetFieldString(int field) {
+    // One named result on every path, so that it is built in the caller's
+    // object.
+    String text;
     const FieldEntry* entry = FieldForRead(field);
-    if (!entry) return String();
+    if (!entry) return text;
     const char* bytes = record_.data() + entry->offset;
     // Trailing spaces go, but never the first byte: a blank field reads as
     // one space.
     bool ascii;
     int length = TextLength(bytes, TrimmedLength(bytes, entry->width), ascii);
-    if (ascii && asciiIsIdentity_) return String(std::wstring(bytes, bytes + length));
+    if (ascii && asciiIsIdentity_) {
+        const auto* narrow = reinterpret_cast<const unsigned char*>(bytes);
+        std::copy(narrow, narrow + length, text.GetBufferSetLength(length));
+        return text;
+    }
     std::memcpy(narrow_.data(), bytes, static_cast<size_t>(length));
     narrow_[static_cast<size_t>(length)] = '\0';
     wide_[0] = L'\0';
     codePage_.Source2Native(narrow_.data(), wide_.data(), static_cast<uint32_t>(wide_.size()));
     wide_.back() = L'\0';
-    return String(wide_.data());
+    text = wide_.data();
+    return text;
 }
 
 double DBase::GetFieldDouble(int field) {
