@@ -132,11 +132,12 @@ void FormatInteger(int32_t value, int width, char* out) {
     CopyFixedWidth(text, width, out);
 }
 
-// The plain decimal text most fields hold ("  -12.50"), read without the C
-// library: with at most 15 significant digits the digits and the power of
-// ten are exact doubles, so one division rounds as strtod does. False for
-// anything else.
-bool ParsePlainDecimal(const char* bytes, int length, double& value) {
+// The decimal text most fields hold ("  -12.50", or "1.25000e+02" in "F"
+// fields), read without the C library: with at most 15 significant digits
+// and a net power of ten within 1e22 the digits and the power are exact
+// doubles, so one multiplication or division rounds as strtod does. False
+// for anything else.
+bool ParseDecimal(const char* bytes, int length, double& value) {
     int i = 0;
     while (i < length && bytes[i] == ' ') ++i;
     bool negative = i < length && (bytes[i] == '-' || bytes[i] == '+') && bytes[i++] == '-';
@@ -148,7 +149,9 @@ bool ParsePlainDecimal(const char* bytes, int length, double& value) {
         if (c >= '0' && c <= '9') {
             ++seen;
             if (significant > 0 || c != '0') ++significant;
-            digits = digits * 10 + (c - '0');
+            // Past 15 digits the text goes to the C library: stop before
+            // the sum could overflow.
+            if (significant <= 15) digits = digits * 10 + (c - '0');
             if (point) ++fraction;
         } else if (c == '.' && !point) {
             point = true;
@@ -156,18 +159,32 @@ bool ParsePlainDecimal(const char* bytes, int length, double& value) {
             break;
         }
     }
+    int exponent = 0;
+    if (i < length && (bytes[i] == 'e' || bytes[i] == 'E') && seen > 0) {
+        ++i;
+        bool negativeExponent = i < length && (bytes[i] == '-' || bytes[i] == '+') && bytes[i++] == '-';
+        int exponentDigits = 0;
+        for (; i < length && bytes[i] >= '0' && bytes[i] <= '9' && exponentDigits < 4; ++i, ++exponentDigits) {
+            exponent = exponent * 10 + (bytes[i] - '0');
+        }
+        if (exponentDigits == 0) return false;
+        if (negativeExponent) exponent = -exponent;
+    }
     while (i < length && bytes[i] == ' ') ++i;
-    if ((i < length && bytes[i] != '\0') || seen == 0 || significant > 15 || fraction > 22) return false;
+    int scale = exponent - fraction;
+    if ((i < length && bytes[i] != '\0') || seen == 0 || significant > 15 || scale < -22 || scale > 22) {
+        return false;
+    }
     static constexpr double kPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
                                          1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
-    value = static_cast<double>(digits) / kPowers[fraction];
+    value = scale < 0 ? static_cast<double>(digits) / kPowers[-scale] : static_cast<double>(digits) * kPowers[scale];
     if (negative) value = -value;
     return true;
 }
 
 double Parse(const char* bytes, int length) {
     double value;
-    if (ParsePlainDecimal(bytes, length, value)) return value;
+    if (ParseDecimal(bytes, length, value)) return value;
     char text[kMaxFieldText];
     if (length >= kMaxFieldText) length = kMaxFieldText - 1;
     std::memcpy(text, bytes, static_cast<size_t>(length));
