@@ -3,9 +3,11 @@
 // reported on the debug output, skipped, and leaves one output position
 // unwritten, so that output positions count the decoded or rejected units.
 
+#include <algorithm>
 #include <cwchar>
 
 #include "codepage/CodePage.h"
+#include "foundation/AsciiRun.h"
 #include "foundation/DebugOutput.h"
 
 namespace quillet {
@@ -78,13 +80,15 @@ bool CodePage::Utf82CharBuff(const char* src, wchar_t* dst, uint32_t size) {
     const auto* s = reinterpret_cast<const unsigned char*>(src);
     const uint32_t limit = size - 1;
     uint32_t j = 0;
+    const unsigned char* stretchEnd = s;  // the bytes before it are not the terminator
     while (*s && j < limit) {
         unsigned char lead = *s;
         if (lead < 0x80) {
             // Runs of ASCII are the common case.
-            do {
-                dst[j++] = *s++;
-            } while (j < limit && static_cast<unsigned char>(*s - 1) < 0x7F);
+            if (s >= stretchEnd) stretchEnd = s + StretchBeforeTerminator(s, limit - j);
+            size_t run = WidenAscii(s, std::min<size_t>(stretchEnd - s, limit - j), dst + j);
+            s += run;
+            j += static_cast<uint32_t>(run);
             continue;
         }
         const LeadRule* rule = lead < 0xC2 ? nullptr : S_RuleOf(lead);
