@@ -2,8 +2,8 @@
 
 // Runs of ASCII are the bulk of the text in every code page the library reads
 // and writes, so the converters hand them to these helpers before they look at
-// single characters. Eight bytes are tested at once (one test tells that none
-// has its high bit set) and widened together. Internal to the library.
+// single characters. Eight units are tested at once (one test tells that none
+// is above 0x7F) and widened or narrowed together. Internal to the library.
 
 #include <bit>
 #include <cstddef>
@@ -34,6 +34,18 @@ inline void WidenBlock(const unsigned char* src, wchar_t* dst) {
 #endif
 }
 
+// Narrows 8 units below 0x80.
+inline void NarrowBlock(const wchar_t* src, unsigned char* dst) {
+#if defined(__SSE2__)
+    __m128i low = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src));
+    __m128i high = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + 4));
+    __m128i halves = _mm_packs_epi32(low, high);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(dst), _mm_packus_epi16(halves, halves));
+#else
+    for (int k = 0; k < 8; ++k) dst[k] = static_cast<unsigned char>(src[k]);
+#endif
+}
+
 // The bytes of a block, in memory order, before its first byte above 0x7F.
 inline size_t AsciiBytesOf(uint64_t block) {
     uint64_t high = block & kHighBits;
@@ -60,6 +72,20 @@ inline size_t WidenAscii(const unsigned char* src, size_t n, wchar_t* dst) {
         ascii_detail::WidenBlock(src + i, dst + i);
     }
     for (; i < n && src[i] < 0x80; ++i) dst[i] = static_cast<wchar_t>(src[i]);
+    return i;
+}
+
+// Narrows src[0, n) into dst up to the first unit above 0x7F; returns the units
+// narrowed, and writes no other byte of dst.
+inline size_t NarrowAscii(const wchar_t* src, size_t n, unsigned char* dst) {
+    size_t i = 0;
+    for (; n - i >= 8; i += 8) {
+        uint32_t bits = 0;
+        for (size_t k = 0; k < 8; ++k) bits |= static_cast<uint32_t>(src[i + k]);
+        if (bits > 0x7F) break;
+        ascii_detail::NarrowBlock(src + i, dst + i);
+    }
+    for (; i < n && static_cast<uint32_t>(src[i]) < 0x80; ++i) dst[i] = static_cast<unsigned char>(src[i]);
     return i;
 }
 

@@ -4,9 +4,10 @@
 // code page (GetACP) or OEM code page (GetOEMCP), through glibc's iconv, so that
 // results never depend on the caller's setlocale. Single-byte code pages are
 // served from a 256-entry table built once per code page, so a call costs no
-// iconv round trip; UTF-8 (65001) is converted directly, and other multi-byte
-// code pages (932, 936, 949, 950, ...) go through iconv descriptors kept per
-// thread. Invalid input becomes U+FFFD unless the flags or the C contract
+// iconv round trip; UTF-8 (65001) is converted directly. Double-byte code
+// pages (932, 936, 949, 950) are served from tables that iconv fills once,
+// giving what iconv gives; other multi-byte code pages, and characters the
+// tables lack, go through iconv descriptors kept per thread. Invalid input becomes U+FFFD unless the flags or the C contract
 // ask for failure.
 //
 // The sys:: functions keep the contracts of the C library calls they stand in
