@@ -76,9 +76,8 @@ protected:
 };
 
 TEST_F(DBaseFaults, CompactFile) {
-    ExpectEveryFailurePointIsHarmless([](DBase& table) {
-        return table.Open(false, false, CodePage::qovaCodePageDefault) && table.CompactFile();
-    });
+    ExpectEveryFailurePointIsHarmless(
+        [](DBase& table) { return table.Open(false, false, CodePage::qovaCodePageDefault) && table.CompactFile(); });
 }
 
 TEST_F(DBaseFaults, AddColumnsToFile) {

@@ -11,24 +11,23 @@
 
 #include "TableBuilder.h"
 #include "dbase/DBase.h"
-#include "support/TestSupport.h"
 
 namespace quillet {
 namespace {
 
-// What the model keeps of a field: its kind, and per record what was set.
-enum class Kind { kText, kInteger, kDecimal, kDate, kLogical };
+// The kinds of field the model knows, indexed by Kind.
+enum Kind { kText, kInteger, kDecimal, kDate, kLogical, kKinds };
+const test::FieldSpec kKindFields[kKinds] = {{L"", DBase::qovaCharacter, 8, 0},
+                                             {L"", DBase::qovaNumeric, 10, 0},
+                                             {L"", DBase::qovaNumeric, 12, 3},
+                                             {L"", DBase::qovaDate, 8, 0},
+                                             {L"", DBase::qovaLogical, 1, 0}};
 
-struct Column {
-    std::wstring name;
-    Kind kind;
-};
-
-// A value as the model knows it: null (spaces), zero bytes (a fresh column),
-// or what was set.
+// A value as the model knows it: null (spaces), zero bytes (a column added to
+// a table with records), or what was set.
 struct Value {
     enum { kNull, kZero, kSet } state = kNull;
-    std::wstring text;
+    std::wstring text;    // texts and dates
     int64_t integer = 0;  // integers, decimals in thousandths, logicals
 };
 
@@ -38,7 +37,7 @@ struct Row {
 };
 
 struct Model {
-    std::vector<Column> columns;
+    std::vector<std::pair<std::wstring, Kind>> columns;
     std::vector<Row> rows;
     bool pendingAppend = false;
     int nextColumn = 0;
@@ -56,66 +55,45 @@ struct Op {
 };
 
 rc::Gen<Op> GenOp() {
-    return rc::gen::build<Op>(rc::gen::set(&Op::kind, rc::gen::weightedElement<int>({{6, 0}, {12, 1}, {3, 2},
-                                                                                    {2, 3}, {1, 4}, {1, 5},
-                                                                                    {1, 6}, {1, 7}})),
-                              rc::gen::set(&Op::a, rc::gen::inRange(0, 1000)),
-                              rc::gen::set(&Op::b, rc::gen::inRange(0, 1000)),
-                              rc::gen::set(&Op::c, rc::gen::inRange<int64_t>(-99999999, 99999999)));
-}
-
-DBase::qovaDataType TypeOf(Kind kind) {
-    switch (kind) {
-        case Kind::kText: return DBase::qovaCharacter;
-        case Kind::kDate: return DBase::qovaDate;
-        case Kind::kLogical: return DBase::qovaLogical;
-        default: return DBase::qovaNumeric;
-    }
-}
-
-int WidthOf(Kind kind) { return kind == Kind::kText ? 8 : kind == Kind::kInteger ? 10 : 12; }
-int DecimalsOf(Kind kind) { return kind == Kind::kDecimal ? 3 : 0; }
-
-std::wstring DateText(int64_t n) {
-    int year = 1900 + static_cast<int>((n < 0 ? -n : n) % 200), month = 1 + static_cast<int>(n & 7),
-        day = 10 + static_cast<int>((n >> 3) & 15);
-    return String::Formatted(L"%04d%02d%02d", year, month, day).str();
+    return rc::gen::build<Op>(
+        rc::gen::set(&Op::kind,
+                     rc::gen::weightedElement<int>({{6, 0}, {12, 1}, {3, 2}, {2, 3}, {1, 4}, {1, 5}, {1, 6}, {1, 7}})),
+        rc::gen::set(&Op::a, rc::gen::inRange(0, 1000)), rc::gen::set(&Op::b, rc::gen::inRange(0, 1000)),
+        rc::gen::set(&Op::c, rc::gen::inRange<int64_t>(-99999999, 99999999)));
 }
 
 // Sets field `f` of the current record from `c` and records it in `value`.
 void Set(DBase& table, int f, Kind kind, int64_t c, Value& value) {
     value.state = Value::kSet;
+    int64_t n = c < 0 ? -c : c;
     switch (kind) {
-        case Kind::kText: {
-            std::wstring text;
-            for (int i = 0; i < 1 + static_cast<int>((c < 0 ? -c : c) % 10); ++i) text += L"abcxyz"[(c >> i) & 3];
-            RC_ASSERT(table.SetFieldString(f, text));
-            value.text = text.substr(0, 8);
+        case kText:
+            value.text.clear();
+            for (int i = 0; i <= n % 10; ++i) value.text += L"abcxyz"[(c >> i) & 3];
+            RC_ASSERT(table.SetFieldString(f, value.text));
+            value.text.resize(std::min<size_t>(value.text.size(), 8));
             break;
-        }
-        case Kind::kInteger:
-            if (c % 2 == 0) {
-                RC_ASSERT(table.SetFieldInteger(f, static_cast<int32_t>(c)));
-            } else {
-                RC_ASSERT(table.SetFieldString(f, std::to_wstring(c)));
-            }
+        case kInteger:
+            RC_ASSERT((c % 2 == 0 ? table.SetFieldInteger(f, static_cast<int32_t>(c))
+                                  : table.SetFieldString(f, std::to_wstring(c))));
             value.integer = c;
             break;
-        case Kind::kDecimal:
+        case kDecimal:
             RC_ASSERT(table.SetFieldDouble(f, static_cast<double>(c) / 1000.0));
             value.integer = c;
             break;
-        case Kind::kDate: {
-            std::wstring text = DateText(c);
+        case kDate: {
+            value.text = String::Formatted(L"%04d%02d%02d", 1900 + static_cast<int>(n % 200),
+                                           1 + static_cast<int>(n & 7), 10 + static_cast<int>((n >> 3) & 15))
+                             .str();
             DBase::DateRec date;
-            std::copy(text.begin(), text.begin() + 4, date.year);
-            std::copy(text.begin() + 4, text.begin() + 6, date.month);
-            std::copy(text.begin() + 6, text.end(), date.day);
+            std::copy(value.text.begin(), value.text.begin() + 4, date.year);
+            std::copy(value.text.begin() + 4, value.text.begin() + 6, date.month);
+            std::copy(value.text.begin() + 6, value.text.end(), date.day);
             RC_ASSERT(table.SetFieldDate(f, date));
-            value.text = text;
             break;
         }
-        case Kind::kLogical:
+        default:
             RC_ASSERT(table.SetFieldLogical(f, c % 2 != 0));
             value.integer = c % 2 != 0;
             break;
@@ -123,34 +101,26 @@ void Set(DBase& table, int f, Kind kind, int64_t c, Value& value) {
 }
 
 void CheckValue(DBase& table, int f, Kind kind, const Value& value) {
+    bool set = value.state == Value::kSet;
     switch (kind) {
-        case Kind::kText: {
-            std::wstring expected = value.state == Value::kSet ? value.text
-                                    : value.state == Value::kNull ? L" "
-                                                                  : L"";
-            RC_ASSERT(table.GetFieldString(f).str() == expected);
+        case kText:
+            RC_ASSERT(table.GetFieldString(f).str() == (set ? value.text : value.state == Value::kNull ? L" " : L""));
             break;
-        }
-        case Kind::kInteger:
-            RC_ASSERT(table.GetFieldInteger(f) == (value.state == Value::kSet ? value.integer : 0));
+        case kInteger:
+            RC_ASSERT(table.GetFieldInteger(f) == (set ? value.integer : 0));
             break;
-        case Kind::kDecimal:
-            RC_ASSERT(std::fabs(table.GetFieldDouble(f) -
-                                (value.state == Value::kSet ? static_cast<double>(value.integer) / 1000.0 : 0.0)) <
+        case kDecimal:
+            RC_ASSERT(std::fabs(table.GetFieldDouble(f) - (set ? static_cast<double>(value.integer) / 1000.0 : 0.0)) <
                       1e-6);
             break;
-        case Kind::kDate: {
+        case kDate: {
             DBase::DateRec date = table.GetFieldDate(f);
-            std::wstring text(date.year, 4);
-            text.append(date.month, 2).append(date.day, 2);
-            std::wstring expected = value.state == Value::kSet ? value.text
-                                    : value.state == Value::kNull ? std::wstring(8, L' ')
-                                                                  : std::wstring(8, L'\0');
-            RC_ASSERT(text == expected);
+            std::wstring text = std::wstring(date.year, 4) + std::wstring(date.month, 2) + std::wstring(date.day, 2);
+            RC_ASSERT(text == (set ? value.text : std::wstring(8, value.state == Value::kNull ? L' ' : L'\0')));
             break;
         }
-        case Kind::kLogical:
-            RC_ASSERT(table.GetFieldLogical(f) == (value.state == Value::kSet && value.integer != 0));
+        default:
+            RC_ASSERT(table.GetFieldLogical(f) == (set && value.integer != 0));
             break;
     }
 }
@@ -159,20 +129,20 @@ void CheckTable(DBase& table, const Model& model) {
     RC_ASSERT(table.GetNumFields() == static_cast<int>(model.columns.size()));
     RC_ASSERT(table.GetNumRecords() == static_cast<int32_t>(model.rows.size()));
     for (int f = 0; f < table.GetNumFields(); ++f) {
-        RC_ASSERT(table.GetFieldName(f).str() == model.columns[static_cast<size_t>(f)].name);
+        RC_ASSERT(table.GetFieldName(f).str() == model.columns[static_cast<size_t>(f)].first);
     }
     for (int r = 0; r < table.GetNumRecords(); ++r) {
         const Row& row = model.rows[static_cast<size_t>(r)];
         RC_ASSERT(table.IsRecordDeleted(r) == row.deleted);
         for (int f = 0; f < table.GetNumFields(); ++f) {
-            CheckValue(table, f, model.columns[static_cast<size_t>(f)].kind, row.values[static_cast<size_t>(f)]);
+            CheckValue(table, f, model.columns[static_cast<size_t>(f)].second, row.values[static_cast<size_t>(f)]);
         }
     }
 }
 
 void Reopen(DBase& table) {
     RC_ASSERT(table.Close());
-    RC_ASSERT(table.Open(false, false, CodePage::qovaCodePageDefault));
+    RC_ASSERT(test::OpenTable(table));
 }
 
 void Apply(DBase& table, Model& model, const Op& op) {
@@ -185,7 +155,7 @@ void Apply(DBase& table, Model& model, const Op& op) {
             model.rows.push_back({std::vector<Value>(model.columns.size()), false});
             model.pendingAppend = true;
             break;
-        case 1: {  // set a field of a live record
+        case 1: {  // set a field of a record; a deleted one refuses
             if (count == 0) break;
             int r = op.a % count, f = op.b % static_cast<int>(model.columns.size());
             Row& row = model.rows[static_cast<size_t>(r)];
@@ -197,11 +167,11 @@ void Apply(DBase& table, Model& model, const Op& op) {
                 RC_ASSERT(table.SetFieldNull(f));
                 row.values[static_cast<size_t>(f)] = Value();
             } else {
-                Set(table, f, model.columns[static_cast<size_t>(f)].kind, op.c, row.values[static_cast<size_t>(f)]);
+                Set(table, f, model.columns[static_cast<size_t>(f)].second, op.c, row.values[static_cast<size_t>(f)]);
             }
             break;
         }
-        case 2: {  // delete
+        case 2: {  // delete; an append not yet written is forgotten
             if (count == 0) break;
             int r = op.a % count;
             RC_ASSERT(table.DeleteRecord(r));
@@ -212,37 +182,34 @@ void Apply(DBase& table, Model& model, const Op& op) {
             }
             break;
         }
-        case 3:  // flush
+        case 3:
             RC_ASSERT(table.Flush());
             break;
         case 4: {  // add a column (the table is closed, compacted and reopened)
-            Kind kind = static_cast<Kind>(op.b % 5);
+            Kind kind = static_cast<Kind>(op.b % kKinds);
             std::wstring name = L"X" + std::to_wstring(model.nextColumn++);
-            RC_ASSERT(table.AddColumn(name, TypeOf(kind), WidthOf(kind), DecimalsOf(kind)));
+            const test::FieldSpec& spec = kKindFields[kind];
+            RC_ASSERT(table.AddColumn(name, spec.type, spec.width, spec.decimals));
             model.Compact();
-            model.columns.push_back({name, kind});
-            for (Row& row : model.rows) {
-                Value fresh;
-                fresh.state = model.rows.empty() ? Value::kNull : Value::kZero;
-                row.values.push_back(fresh);
-            }
+            model.columns.emplace_back(name, kind);
+            for (Row& row : model.rows) row.values.push_back(Value{Value::kZero, {}, 0});
             break;
         }
         case 5: {  // drop a column, keeping at least one
             if (model.columns.size() < 2) break;
             size_t f = static_cast<size_t>(op.b) % model.columns.size();
-            RC_ASSERT(table.DropColumn(model.columns[f].name));
-            RC_ASSERT(table.Open(false, false, CodePage::qovaCodePageDefault));
+            RC_ASSERT(table.DropColumn(model.columns[f].first));
+            RC_ASSERT(test::OpenTable(table));
             model.Compact();
             model.columns.erase(model.columns.begin() + static_cast<std::ptrdiff_t>(f));
             for (Row& row : model.rows) row.values.erase(row.values.begin() + static_cast<std::ptrdiff_t>(f));
             break;
         }
-        case 6:  // commit
+        case 6:
             RC_ASSERT(table.CommitChanges());
             model.Compact();
             break;
-        default:  // reopen
+        default:
             Reopen(table);
             model.Compact();
             break;
@@ -253,21 +220,24 @@ RC_GTEST_PROP(DBaseProperty, MatchesAModelOfTheTable, ()) {
     test::TempDir dir;
     std::wstring path = dir.Wide("p.dbf");
     Model model;
-    model.columns = {{L"TEXT", Kind::kText}, {L"COUNT", Kind::kInteger}, {L"PRICE", Kind::kDecimal},
-                     {L"DAY", Kind::kDate}, {L"OK", Kind::kLogical}};
+    model.columns = {{L"TEXT", kText}, {L"COUNT", kInteger}, {L"PRICE", kDecimal}, {L"DAY", kDate}, {L"OK", kLogical}};
     std::vector<test::FieldSpec> specs;
-    for (const Column& column : model.columns) {
-        specs.push_back({column.name, TypeOf(column.kind), WidthOf(column.kind), DecimalsOf(column.kind)});
+    for (const auto& [name, kind] : model.columns) {
+        specs.push_back(kKindFields[kind]);
+        specs.back().name = name;
     }
     test::CreateTable(path, specs);
     DBase table(path);
-    RC_ASSERT(table.Open(false, false, CodePage::qovaCodePageDefault));
-    const auto ops = *rc::gen::container<std::vector<Op>>(GenOp());
-    for (const Op& op : ops) Apply(table, model, op);
+    RC_ASSERT(test::OpenTable(table));
+    for (const Op& op : *rc::gen::container<std::vector<Op>>(GenOp())) Apply(table, model, op);
     CheckTable(table, model);
     Reopen(table);
     model.Compact();
     CheckTable(table, model);
+    // Compaction leaves no stale records behind the last one.
+    const DBase::HeaderRecord& header = table.GetHeader();
+    RC_ASSERT(std::filesystem::file_size(dir / "p.dbf") ==
+              static_cast<uintmax_t>(header.headerLength + header.numRecords * header.recordLength + 1));
 }
 
 }  // namespace

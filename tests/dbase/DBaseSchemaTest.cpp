@@ -1,79 +1,93 @@
-// Adding and dropping columns, field definitions and compaction.
+// Field definitions, the cleaning of names read from a table, adding and
+// dropping columns, and compaction.
 
 #include <gtest/gtest.h>
 
 #include "TableBuilder.h"
 #include "dbase/DBase.h"
-#include "support/TestSupport.h"
 
 namespace quillet {
 namespace {
 
-using test::CreateTable;
-using test::ReadBytes;
-using test::TempDir;
-
-int Check(DBase::qovaDataType type, int width, int decimals, int* storedWidth = nullptr) {
-    int status = DBase::CheckLengthAndScale(type, width, decimals);
-    if (storedWidth) *storedWidth = width;
-    return status;
-}
+using test::OpenTable;
 
 TEST(DBaseFieldDefinition, WidthAndDecimalRules) {
-    int stored = 0;
-    EXPECT_EQ(Check(DBase::qovaCharacter, 255, 3, &stored), 0);
-    EXPECT_EQ(stored, 254);
-    EXPECT_EQ(Check(DBase::qovaCharacter, 256, 0), 16);
-    EXPECT_EQ(Check(DBase::qovaCharacter, 0, 0), 16);
-    EXPECT_EQ(Check(DBase::qovaNumeric, 1, 1), 16);
-    EXPECT_EQ(Check(DBase::qovaNumeric, 1, 0), 0);
-    EXPECT_EQ(Check(DBase::qovaNumeric, 5, 3), 0);
-    EXPECT_EQ(Check(DBase::qovaNumeric, 5, 4), 16);
-    EXPECT_EQ(Check(DBase::qovaFloat, 19, 17), 0);
-    EXPECT_EQ(Check(DBase::qovaFloat, 20, 0), 16);
-    EXPECT_EQ(Check(DBase::qovaDate, 3, 2, &stored), 0);
-    EXPECT_EQ(stored, 8);
-    EXPECT_EQ(Check(DBase::qovaLogical, 9, 0, &stored), 0);
-    EXPECT_EQ(stored, 1);
-    EXPECT_EQ(Check(DBase::qovaMemo, 10, 0), 16);
-    EXPECT_EQ(Check(static_cast<DBase::qovaDataType>('X'), 10, 0), 16);
+    struct Case {
+        char type;
+        int width, decimals;
+        int status, stored;  // stored: the width kept
+    };
+    const Case cases[] = {
+        {'C', 255, 3, 0, 254}, {'C', 256, 0, 16, 0}, {'C', 0, 0, 16, 0},   {'N', 1, 1, 16, 0},  {'N', 1, 0, 0, 1},
+        {'N', 5, 3, 0, 5},     {'N', 5, 4, 16, 0},   {'F', 19, 17, 0, 19}, {'F', 20, 0, 16, 0}, {'D', 3, 2, 0, 8},
+        {'L', 9, 0, 0, 1},     {'M', 10, 0, 16, 0},  {'X', 10, 0, 16, 0},
+    };
+    for (const Case& c : cases) {
+        int width = c.width, decimals = c.decimals;
+        int status = DBase::CheckLengthAndScale(static_cast<DBase::qovaDataType>(c.type), width, decimals);
+        EXPECT_EQ(status, c.status) << c.type << c.width << "." << c.decimals;
+        if (status == 0) {
+            EXPECT_EQ(width, c.stored) << c.type << c.width << "." << c.decimals;
+        }
+    }
 }
 
-class DBaseSchema : public ::testing::Test {
-protected:
-    void SetUp() override {
-        path_ = dir_.Wide("s.dbf");
-        CreateTable(path_, {{L"NAME", DBase::qovaCharacter, 5, 0}, {L"AREA", DBase::qovaNumeric, 6, 1}});
+TEST(DBaseFieldNames, ClashingAndReservedNamesAreRenamedUntilUnique) {
+    using Names = std::vector<std::wstring>;
+    const std::pair<Names, Names> cases[] = {
+        {{L"FID", L"fid", L"Fid"}, {L"FID_1", L"fid_12", L"Fid_123"}},
+        {{L"oid", L"Shape", L"AREA"}, {L"oid_1", L"Shape_1", L"AREA"}},
+        {{L"  A ", L"A", L"", L""}, {L"A", L"A_1", L"", L""}},  // empty names never clash
+        {{L"AREA9", L"AREA9"}, {L"AREA9", L"AREA9_10"}},        // a trailing 9 grows a number
+        {{L"A19", L"a19"}, {L"A19", L"a19_20"}},
+        {{L"NAME_1", L"NAME_1"}, {L"NAME_1", L"NAME_12"}},  // appended, not substituted
+        {{L"NAME_", L"NAME_"}, {L"NAME_", L"NAME_1"}},
+        {{L"X-", L"X-"}, {L"X-", L"X-_1"}},
+        {{L"ABCDEFGHIJ", L"abcdefghij"}, {L"ABCDEFGHIJ", L"abcdefgh_1"}},  // kept to ten characters
+        {{L"ABCDEFGHI8", L"abcdefghi8"}, {L"ABCDEFGHI8", L"abcdefghi9"}},
+        {{L"ABCDEFGHI9", L"abcdefghi9"}, {L"ABCDEFGHI9", L"abcdefg_10"}},
+    };
+    for (const auto& [in, out] : cases) {
+        StringArray names;
+        for (const auto& name : in) names.Add(name.c_str());
+        DBase::RemoveUnnecessarySpaces(names);
+        DBase::FixDuplicatedFieldNames(names);
+        Names cleaned;
+        for (const String& name : names) cleaned.push_back(name.str());
+        EXPECT_EQ(cleaned, out) << in[0];
     }
+    StringArray none;
+    EXPECT_FALSE(DBase::FixDuplicatedFieldNames(none));
+    StringArray many;
+    for (int i = 0; i < 300; ++i) many.Add(L"FID");
+    DBase::FixDuplicatedFieldNames(many);
+    for (int i = 0; i < many.GetSize(); ++i) EXPECT_FALSE(DBase::CheckDuplicateFieldName(i, many)) << i;
+}
+
+class DBaseSchema : public test::TableTest {
+protected:
+    void SetUp() override { MakeTable({{L"NAME", DBase::qovaCharacter, 5, 0}, {L"AREA", DBase::qovaNumeric, 6, 1}}); }
 
     void Fill(int count) {
-        DBase table(path_);
-        ASSERT_TRUE(table.Open(false, false, CodePage::qovaCodePageDefault));
-        for (int i = 0; i < count; ++i) {
-            ASSERT_TRUE(table.AddRecord());
-            ASSERT_TRUE(table.SetFieldString(0, String::Formatted(L"r%d", i)));
-            ASSERT_TRUE(table.SetFieldDouble(1, i + 0.5));
-        }
-        ASSERT_TRUE(table.Close());
+        std::vector<std::vector<std::wstring>> rows;
+        for (int i = 0; i < count; ++i) rows.push_back({L"r" + std::to_wstring(i), std::to_wstring(i) + L".5"});
+        test::AppendRows(path_, rows);
     }
-
-    TempDir dir_;
-    std::wstring path_;
 };
 
 TEST_F(DBaseSchema, AddingToAnEmptyTableGrowsItBy32Bytes) {
-    auto before = ReadBytes(dir_ / "s.dbf");
+    auto before = Bytes();
     DBase table(path_);
-    ASSERT_TRUE(table.AddColumn(L"RATE", DBase::qovaFloat, 10, 3));
+    ASSERT_TRUE(table.AddColumn(L"ABCDEFGHIJKLM", DBase::qovaFloat, 10, 3));
     EXPECT_FALSE(table.IsOpen());
-    auto after = ReadBytes(dir_ / "s.dbf");
+    auto after = Bytes();
     ASSERT_EQ(after.size(), before.size() + 32);
     EXPECT_EQ(after[after.size() - 2], 0x0D);
     EXPECT_EQ(after.back(), 0x1A);
     EXPECT_EQ(after[8], 33 + 3 * 32);
     EXPECT_EQ(after[10], 1 + 5 + 6 + 10);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(&after[96]), 4), "RATE");
-    ASSERT_TRUE(table.Open(true, false, CodePage::qovaCodePageDefault));
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(&after[96]), 11), std::string("ABCDEFGHIJ\0", 11));
+    ASSERT_TRUE(OpenTable(table, true));
     EXPECT_EQ(table.GetFieldType(2), 'F');
     EXPECT_EQ(table.GetFieldDecimals(2), 3);
 }
@@ -81,7 +95,7 @@ TEST_F(DBaseSchema, AddingToAnEmptyTableGrowsItBy32Bytes) {
 TEST_F(DBaseSchema, AddingToATableWithRecordsDropsDeletedAndZeroFills) {
     Fill(3);
     DBase table(path_);
-    ASSERT_TRUE(table.Open(false, true, CodePage::qovaCodePageDefault));
+    ASSERT_TRUE(OpenTable(table, false, true));
     ASSERT_TRUE(table.DeleteRecord(1));
     ASSERT_TRUE(table.Flush());  // marked, not yet compacted
     ASSERT_TRUE(table.AddColumn(L"WHEN", DBase::qovaDate, 8, 0));
@@ -95,13 +109,12 @@ TEST_F(DBaseSchema, AddingToATableWithRecordsDropsDeletedAndZeroFills) {
     EXPECT_EQ(table.GetFieldString(2), String());
     ASSERT_TRUE(table.SetFieldString(2, L"2020-05-06"));
     ASSERT_TRUE(table.Close());
-    auto bytes = ReadBytes(dir_ / "s.dbf");
-    EXPECT_EQ(bytes.size(), 33u + 3 * 32 + 2 * 20 + 1);
+    EXPECT_EQ(Bytes().size(), 33u + 3 * 32 + 2 * 20 + 1);
 }
 
-TEST_F(DBaseSchema, ClashingOrRefusedColumnsChangeNothing) {
+TEST_F(DBaseSchema, RefusedChangesLeaveTheFileAlone) {
     Fill(1);
-    auto before = ReadBytes(dir_ / "s.dbf");
+    auto before = Bytes();
     DBase table(path_);
     EXPECT_FALSE(table.AddColumn(L"Area", DBase::qovaNumeric, 5, 0));
     EXPECT_EQ(table.GetLastStatus(), DBase::kStatusDuplicateName);
@@ -114,65 +127,27 @@ TEST_F(DBaseSchema, ClashingOrRefusedColumnsChangeNothing) {
     EXPECT_EQ(table.GetLastStatus(), DBase::kStatusDuplicateName);
     EXPECT_FALSE(table.AddColumn(L"WIDE", DBase::qovaCharacter, 256, 0));
     EXPECT_EQ(table.GetLastStatus(), DBase::kStatusBadWidth);
-    EXPECT_EQ(ReadBytes(dir_ / "s.dbf"), before);
-    EXPECT_FALSE(table.IsOpen());
-}
-
-TEST_F(DBaseSchema, NewNamesAreCutToTenCharacters) {
-    DBase table(path_);
-    ASSERT_TRUE(table.AddColumn(L"ABCDEFGHIJKLM", DBase::qovaLogical, 1, 0));
-    ASSERT_TRUE(table.Open(true, false, CodePage::qovaCodePageDefault));
-    EXPECT_EQ(table.GetFieldName(2), String(L"ABCDEFGHIJ"));
-}
-
-TEST_F(DBaseSchema, DroppingAColumnKeepsTheOthers) {
-    Fill(3);
-    DBase table(path_);
-    ASSERT_TRUE(table.Open(false, false, CodePage::qovaCodePageDefault));
-    ASSERT_TRUE(table.DeleteRecord(0));
-    ASSERT_TRUE(table.DropColumn(L"name"));
-    EXPECT_FALSE(table.IsOpen());
-    ASSERT_TRUE(table.Open(true, false, CodePage::qovaCodePageDefault));
-    ASSERT_EQ(table.GetNumFields(), 1);
-    EXPECT_EQ(table.GetFieldName(0), String(L"AREA"));
-    ASSERT_EQ(table.GetNumRecords(), 2);
-    ASSERT_TRUE(table.MoveTo(1));
-    EXPECT_DOUBLE_EQ(table.GetFieldDouble(0), 2.5);
-    auto bytes = ReadBytes(dir_ / "s.dbf");
-    EXPECT_EQ(bytes.size(), 33u + 32 + 2 * 7 + 1);
-}
-
-TEST_F(DBaseSchema, DroppingAnUnknownColumnIsRefused) {
-    Fill(1);
-    auto before = ReadBytes(dir_ / "s.dbf");
-    DBase table(path_);
     EXPECT_FALSE(table.DropColumn(L"NOPE"));
     EXPECT_EQ(table.GetLastStatus(), DBase::kStatusBadField);
-    EXPECT_EQ(ReadBytes(dir_ / "s.dbf"), before);
+    EXPECT_EQ(Bytes(), before);
+    EXPECT_FALSE(table.IsOpen());
 }
 
 TEST_F(DBaseSchema, CompactingWithoutDeletionsKeepsEveryByteButTheDate) {
     Fill(4);
-    auto before = ReadBytes(dir_ / "s.dbf");
+    auto before = Bytes();
     before[1] = before[2] = before[3] = 1;  // an old date
-    test::WriteBytes(dir_ / "s.dbf", before);
+    test::WriteBytes(dir_ / "t.dbf", before);
     DBase table(path_);
-    ASSERT_TRUE(table.Open(false, false, CodePage::qovaCodePageDefault));
+    ASSERT_TRUE(OpenTable(table, true, true));  // read-only: compaction reopens for writing
     ASSERT_TRUE(table.CompactFile());
+    EXPECT_EQ(table.GetNumRecords(), 4);
     ASSERT_TRUE(table.Close());
-    auto after = ReadBytes(dir_ / "s.dbf");
+    auto after = Bytes();
     ASSERT_EQ(after.size(), before.size());
     EXPECT_NE(after[2], 1);
     after[1] = after[2] = after[3] = 1;
     EXPECT_EQ(after, before);
-}
-
-TEST_F(DBaseSchema, CompactionOfAReadOnlyOpenReopensForWriting) {
-    Fill(2);
-    DBase table(path_);
-    ASSERT_TRUE(table.Open(true, true, CodePage::qovaCodePageDefault));
-    EXPECT_TRUE(table.CompactFile());
-    EXPECT_EQ(table.GetNumRecords(), 2);
 }
 
 }  // namespace

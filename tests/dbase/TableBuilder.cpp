@@ -9,8 +9,7 @@
 
 namespace quillet::test {
 
-void CreateTable(const std::wstring& path, const std::vector<FieldSpec>& fields,
-                 CodePage::qovaCodePageEnum codePage) {
+void CreateTable(const std::wstring& path, const std::vector<FieldSpec>& fields, CodePage::qovaCodePageEnum codePage) {
     DBase table(path);
     ASSERT_TRUE(table.Create(codePage)) << table.GetLastStatus();
     if (fields.empty()) return;
@@ -24,6 +23,18 @@ void CreateTable(const std::wstring& path, const std::vector<FieldSpec>& fields,
         decimals.push_back(field.decimals);
     }
     ASSERT_TRUE(table.AddColumns(names, types.data(), widths.data(), decimals.data())) << table.GetLastStatus();
+}
+
+void AppendRows(const std::wstring& path, const std::vector<std::vector<std::wstring>>& rows) {
+    DBase table(path);
+    ASSERT_TRUE(OpenTable(table));
+    for (const auto& row : rows) {
+        ASSERT_TRUE(table.AddRecord());
+        for (size_t f = 0; f < row.size(); ++f) {
+            ASSERT_TRUE(table.SetFieldString(static_cast<int>(f), row[f])) << table.GetLastStatus();
+        }
+    }
+    ASSERT_TRUE(table.Close());
 }
 
 std::vector<unsigned char> RawTable(int16_t headerLength, int16_t recordLength, int32_t numRecords,
