@@ -15,11 +15,15 @@
 namespace quillet::test {
 namespace {
 
+using Numbers = std::vector<int32_t>;
+
 struct RawIndex {
     int32_t userType = BinIndexHeader::kBuilderUserType;
     VFile::FileType type = VFile::kBigEndian;
     BinIndexHeader header{4, WKSEnvelope{0, 0, 255, 255}};
     std::vector<BinMapEntry> bins;
+    // How many bytes of the map record 0 gets: -1 all, 0 no record 0.
+    int32_t mapLength = -1;
     // Records 1, 2, ...; an empty one is written as 4 bytes, too short for
     // an entry.
     std::vector<std::vector<BinFeatureRec>> records;
@@ -34,7 +38,10 @@ void WriteRaw(const std::filesystem::path& path, const RawIndex& raw) {
     ASSERT_TRUE(file.WriteUserHeader(header, BinIndexHeader::LengthFor(raw.userType)));
     std::vector<unsigned char> map(raw.bins.size() * BinMapEntry::kLength);
     for (size_t i = 0; i < raw.bins.size(); ++i) raw.bins[i].EncodeTo(&map[i * 8], big);
-    ASSERT_TRUE(file.WriteRecord(0, map.data(), static_cast<int32_t>(map.size())));
+    auto mapLength = raw.mapLength < 0 ? static_cast<int32_t>(map.size()) : raw.mapLength;
+    if (mapLength > 0) {
+        ASSERT_TRUE(file.WriteRecord(0, map.data(), mapLength));
+    }
     for (size_t r = 0; r < raw.records.size(); ++r) {
         std::vector<unsigned char> bytes(
             std::max<size_t>(4, raw.records[r].size() * BinFeatureRec::kLength));
@@ -51,60 +58,43 @@ BinFeatureRec Entry(int32_t number, GridBox box = GridBox{10, 10, 20, 20}) {
     return BinFeatureRec{box, number};
 }
 
-std::vector<int32_t> SearchAll(const std::filesystem::path& path, WKSEnvelope window) {
-    BinIndex index(WidePath(path).c_str());
-    Envelope query(window);
-    RecNumSet found;
-    int32_t added = index.Search(&query, &found);
-    EXPECT_EQ(added, found.Count());
-    return found.ToVector();
-}
-
 // Not the whole extent, but the whole grid.
 const WKSEnvelope kMostOfIt{0, 0, 254, 254};
 
-TEST(BinIndexReaderTest, ReadsFloatHeadersOfLittleEndianFiles) {
-    TempDir dir;
-    RawIndex raw;
-    raw.userType = 0;
-    raw.type = VFile::kLittleEndian;
-    raw.header = BinIndexHeader{2, WKSEnvelope{-10, 0, 10, 510}};
-    raw.bins = {{2, 2}};
-    raw.records = {{Entry(1, GridBox{0, 0, 10, 10}), Entry(2, GridBox{200, 200, 255, 255})}};
-    WriteRaw(dir / "f.sbn", raw);
-
-    BinIndex index(dir.Wide("f.sbn").c_str());
-    EXPECT_EQ(index.GetByteOrder(), VFile::kLittleEndian);
-    EXPECT_EQ(index.GetFeatureCount(), 2);
-    EXPECT_EQ(index.GetExtent().XMin, -10);
-    EXPECT_EQ(index.GetExtent().YMax, 510);
-    EXPECT_DOUBLE_EQ(index.GetMapping().xscale, 255.0 / 20);
-    EXPECT_DOUBLE_EQ(index.GetMapping().yscale, 0.5);
-    // x -10..-9 is grid 0..14, y 0..2 is grid 0..2: only feature 1.
-    EXPECT_EQ(SearchAll(dir / "f.sbn", WKSEnvelope{-10, 0, -9, 2}), (std::vector<int32_t>{1}));
-}
-
-TEST(BinIndexReaderTest, SingleBinIndexChecksOnlyTheRootsEntries) {
-    TempDir dir;
-    RawIndex raw;
-    raw.bins = {{2, 3}};
-    raw.records = {{Entry(5, GridBox{0, 0, 1, 1}), Entry(6, GridBox{100, 100, 101, 101}),
-                    Entry(7, GridBox{250, 250, 255, 255})},
-                   {Entry(8)}};  // a record no bin names
-    WriteRaw(dir / "s.sbn", raw);
-    EXPECT_EQ(SearchAll(dir / "s.sbn", WKSEnvelope{90, 90, 254, 254}),
-              (std::vector<int32_t>{6, 7}));
-    EXPECT_EQ(SearchAll(dir / "s.sbn", kMostOfIt), (std::vector<int32_t>{5, 6, 7}));
-}
-
-TEST(BinIndexReaderTest, MapNamingRecordsPastTheEndFindsWhatIsThere) {
-    TempDir dir;
-    RawIndex raw;
-    raw.bins = {{2, 1}, {50, 3}, {3, 5}};
-    raw.records = {{Entry(1)}, {Entry(2), Entry(3)}};
-    WriteRaw(dir / "p.sbn", raw);
-    // Bin 2 is beyond the records; bin 3 claims 5 entries and 2 are there.
-    EXPECT_EQ(SearchAll(dir / "p.sbn", kMostOfIt), (std::vector<int32_t>{1, 2, 3}));
+TEST(BinIndexReaderTest, SearchesFindWhatTheFileHolds) {
+    const BinIndexHeader floatHeader{2, WKSEnvelope{-10, 0, 10, 510}};
+    struct Case {
+        const char* what;
+        RawIndex raw;
+        WKSEnvelope window;
+        Numbers found;
+    } cases[] = {
+        // x -10..-9 is grid 0..14, y 0..2 is grid 0..2: only feature 1.
+        {"a little-endian file with a float header",
+         {.userType = 0, .type = VFile::kLittleEndian, .header = floatHeader, .bins = {{2, 2}},
+          .records = {{Entry(1, GridBox{0, 0, 10, 10}), Entry(2, GridBox{200, 200, 255, 255})}}},
+         WKSEnvelope{-10, 0, -9, 2}, {1}},
+        {"one bin: only the root's entries are checked, and a record no bin names is not read",
+         {.bins = {{2, 3}},
+          .records = {{Entry(5, GridBox{0, 0, 1, 1}), Entry(6, GridBox{100, 100, 101, 101}),
+                       Entry(7, GridBox{250, 250, 255, 255})},
+                      {Entry(8)}}},
+         WKSEnvelope{90, 90, 254, 254}, {6, 7}},
+        {"bin 2 names records past the end, bin 3 claims 5 entries and 2 are there",
+         {.bins = {{2, 1}, {50, 3}, {3, 5}}, .records = {{Entry(1)}, {Entry(2), Entry(3)}}}, kMostOfIt,
+         {1, 2, 3}},
+        {"bins beyond the map are not searched", {.bins = {{-1, 0}}, .records = {{Entry(1)}}}, kMostOfIt, {}},
+        {"no map record", {.bins = {{2, 1}}, .mapLength = 0, .records = {}}, kMostOfIt, {}},
+        {"a map record too short for a bin", {.bins = {{2, 1}}, .mapLength = 6, .records = {}}, kMostOfIt, {}},
+        {"no map, but the whole extent needs none", {.bins = {{2, 1}}, .mapLength = 4, .records = {}},
+         WKSEnvelope{0, 0, 255, 255}, {1, 2, 3, 4}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        TempDir dir;
+        WriteRaw(dir / "r.sbn", c.raw);
+        EXPECT_EQ(Find(dir / "r.sbn", c.window), c.found);
+    }
 }
 
 TEST(BinIndexReaderTest, HostileCountsAndFirstsAreBounded) {
@@ -130,40 +120,7 @@ TEST(BinIndexReaderTest, HostileCountsAndFirstsAreBounded) {
     // No more entries than the data file could hold.
     EXPECT_LE(claimed * 8, static_cast<int64_t>(std::filesystem::file_size(dir / "h.sbn")));
     // The short record 2 ends bin 5's reading: feature 3 is not reached.
-    EXPECT_EQ(SearchAll(dir / "h.sbn", kMostOfIt), (std::vector<int32_t>{1, 2}));
-}
-
-TEST(BinIndexReaderTest, BinsBeyondTheMapAreNotSearched) {
-    TempDir dir;
-    RawIndex raw;
-    // One bin: the records that deeper bins would name are never read.
-    raw.bins = {{-1, 0}};
-    raw.records = {{Entry(1)}};
-    WriteRaw(dir / "b.sbn", raw);
-    EXPECT_TRUE(SearchAll(dir / "b.sbn", kMostOfIt).empty());
-}
-
-TEST(BinIndexReaderTest, BadMapRecordsGiveAnIndexWithoutBins) {
-    TempDir dir;
-    for (int length : {0, 4, 6}) {
-        auto path = dir / ("m" + std::to_string(length) + ".sbn");
-        VFile file(WidePath(path).c_str());
-        ASSERT_TRUE(file.Create(-400, VFile::kReadWrite, false, VFile::kIndexed, 0));
-        unsigned char header[36] = {};
-        BinIndexHeader{3, WKSEnvelope{0, 0, 1, 1}}.EncodeTo(header, -400, true);
-        ASSERT_TRUE(file.WriteUserHeader(header, 36));
-        unsigned char map[8] = {0, 0, 0, 2, 0, 0, 0, 1};
-        if (length > 0) {
-            ASSERT_TRUE(file.WriteRecord(0, map, length));
-        }
-        ASSERT_TRUE(file.Close());
-        BinIndex index(WidePath(path).c_str());
-        EXPECT_TRUE(index.IsOpen());
-        EXPECT_EQ(index.GetBinCount(), 0);
-        EXPECT_TRUE(SearchAll(path, WKSEnvelope{0.1, 0.1, 0.2, 0.2}).empty());
-        // The whole-extent shortcut does not need the map.
-        EXPECT_EQ(SearchAll(path, WKSEnvelope{0, 0, 1, 1}), (std::vector<int32_t>{1, 2, 3}));
-    }
+    EXPECT_EQ(Find(dir / "h.sbn", kMostOfIt), (Numbers{1, 2}));
 }
 
 TEST(BinIndexReaderTest, TruncatedAndForeignFilesGiveAnEmptyIndex) {
@@ -177,10 +134,8 @@ TEST(BinIndexReaderTest, TruncatedAndForeignFilesGiveAnEmptyIndex) {
         WriteBytes(dir / "cut.sbn", std::vector<unsigned char>(bytes.begin(), bytes.begin() + keep));
         std::filesystem::copy_file(dir / "t.sbx", dir / "cut.sbx",
                                    std::filesystem::copy_options::overwrite_existing);
-        BinIndex index(dir.Wide("cut.sbn").c_str());
-        EXPECT_FALSE(index.IsOpen()) << keep;
-        EXPECT_EQ(index.GetFeatureCount(), 0);
-        EXPECT_TRUE(SearchAll(dir / "cut.sbn", kMostOfIt).empty());
+        EXPECT_FALSE(BinIndex(dir.Wide("cut.sbn").c_str()).IsOpen()) << keep;
+        EXPECT_TRUE(Find(dir / "cut.sbn", kMostOfIt).empty());
     }
     // Not a record file at all.
     WriteBytes(dir / "x.sbn", std::vector<unsigned char>(300, 0x41));

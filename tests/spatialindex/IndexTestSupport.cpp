@@ -1,26 +1,16 @@
 #include "IndexTestSupport.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cmath>
 
 #include "foundation/IEnvelope.h"
-#include "recordfile/VFile.h"
 #include "shape/ShpFile.h"
 #include "spatialindex/BinIndexBuilder.h"
 #include "spatialindex/ShapeIndexing.h"
 
 namespace quillet::test {
-
-namespace {
-
-std::vector<unsigned char> ReadWholeRecord(VFile& file, int32_t n) {
-    int32_t length = file.GetRecordLength(n);
-    std::vector<unsigned char> bytes(static_cast<size_t>(std::max(length, 0)));
-    if (length > 0 && !file.ReadRecord(n, bytes.data(), length)) bytes.clear();
-    return bytes;
-}
-
-}  // namespace
 
 std::wstring WidePath(const std::filesystem::path& path) {
     std::string s = path.string();
@@ -40,54 +30,26 @@ bool BuildIndex(const std::filesystem::path& path, const Layer& layer) {
     return builder.Finish();
 }
 
-IndexDump DumpIndex(const std::filesystem::path& path) {
-    IndexDump dump;
-    VFile file(WidePath(path).c_str());
-    if (!file.Open(VFile::kReadOnly, VFile::kIndexed, true, false)) return dump;
-    dump.userType = file.GetUserType();
-    dump.bigEndian = file.GetFileType() == VFile::kBigEndian;
-    unsigned char header[BinIndexHeader::kDoubleLength] = {};
-    file.ReadUserHeader(header, BinIndexHeader::LengthFor(dump.userType));
-    dump.header.DecodeFrom(header, dump.userType, dump.bigEndian);
-    auto map = ReadWholeRecord(file, 0);
-    for (size_t i = 0; i + BinMapEntry::kLength <= map.size(); i += BinMapEntry::kLength) {
-        dump.bins.emplace_back().DecodeFrom(&map[i], dump.bigEndian);
-    }
-    dump.records.emplace_back();
-    for (int32_t n = 1; n < file.GetNumRecs(); ++n) {
-        auto bytes = ReadWholeRecord(file, n);
-        auto& entries = dump.records.emplace_back();
-        for (size_t i = 0; i + BinFeatureRec::kLength <= bytes.size(); i += BinFeatureRec::kLength) {
-            entries.emplace_back().DecodeFrom(&bytes[i], dump.bigEndian);
-        }
-    }
-    return dump;
+std::vector<int32_t> Find(const std::filesystem::path& path, const WKSEnvelope& window) {
+    BinIndex index(WidePath(path).c_str());
+    return Find(index, window);
 }
 
-std::vector<BinFeatureRec> BinEntries(const IndexDump& dump, int32_t bin) {
-    std::vector<BinFeatureRec> entries;
-    const BinMapEntry& entry = dump.bins.at(static_cast<size_t>(bin - 1));
-    for (size_t r = static_cast<size_t>(entry.first - 1);
-         static_cast<int32_t>(entries.size()) < entry.count && r < dump.records.size(); ++r) {
-        for (const auto& e : dump.records[r]) {
-            if (static_cast<int32_t>(entries.size()) < entry.count) entries.push_back(e);
-        }
-    }
-    return entries;
+std::vector<int32_t> Find(BinIndex& index, const WKSEnvelope& window) {
+    Envelope query(window);
+    RecNumSet found;
+    int32_t added = index.Search(&query, &found);
+    EXPECT_EQ(added, found.Count()) << "a feature was added twice";
+    return found.ToVector();
 }
 
 WKSEnvelope UnionOf(const std::vector<WKSEnvelope>& boxes) {
     WKSEnvelope all{0, 0, -1, -1};
-    bool any = false;
     for (const auto& b : boxes) {
         if (b.IsEmpty()) continue;
-        if (!any) {
-            all = b;
-            any = true;
-            continue;
-        }
-        all = WKSEnvelope{std::min(all.XMin, b.XMin), std::min(all.YMin, b.YMin),
-                          std::max(all.XMax, b.XMax), std::max(all.YMax, b.YMax)};
+        all = all.IsEmpty() ? b
+                            : WKSEnvelope{std::min(all.XMin, b.XMin), std::min(all.YMin, b.YMin),
+                                          std::max(all.XMax, b.XMax), std::max(all.YMax, b.YMax)};
     }
     return all;
 }

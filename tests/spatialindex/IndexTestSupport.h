@@ -1,7 +1,7 @@
 #pragma once
 
-// Helpers of the bin index tests: layers of boxes, building their index, and
-// reading an index file back record by record, independently of BinIndex.
+// Helpers of the bin index tests: layers of boxes, building and searching
+// their index.
 
 #include <cstdint>
 #include <filesystem>
@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "foundation/WKSEnvelope.h"
-#include "spatialindex/BinIndexFormat.h"
+#include "spatialindex/BinIndex.h"
 
 namespace quillet::test {
 
@@ -26,28 +26,20 @@ struct Layer {
 // Builds the index of the layer at `path`; false when the builder fails.
 bool BuildIndex(const std::filesystem::path& path, const Layer& layer);
 
-// An index file as it is on disk.
-struct IndexDump {
-    int32_t userType = 0;
-    bool bigEndian = true;
-    BinIndexHeader header;
-    std::vector<BinMapEntry> bins;                     // bins[0] is bin 1
-    std::vector<std::vector<BinFeatureRec>> records;   // records[0] is empty (the bin map)
-};
-IndexDump DumpIndex(const std::filesystem::path& path);
-
-// The entries of bin b (1-based) through its map entry, in order.
-std::vector<BinFeatureRec> BinEntries(const IndexDump& dump, int32_t bin);
+// The sorted feature numbers a search finds, each added once.
+std::vector<int32_t> Find(BinIndex& index, const WKSEnvelope& window);
+std::vector<int32_t> Find(const std::filesystem::path& path, const WKSEnvelope& window);
 
 // The union of the non-empty boxes (empty when there are none).
 WKSEnvelope UnionOf(const std::vector<WKSEnvelope>& boxes);
 
 // A random layer of `count` features: points, tiny and huge boxes, features
-// on the extent's edges and some null shapes, over a random extent.
+// on the extent's edges and corners and some null shapes, over a random
+// extent that may be a line or a point.
 Layer RandomLayer(std::mt19937_64& random, int count);
 
 // A random query window around `extent`: mostly overlapping it, of any size
-// from a point to more than the extent.
+// from a point to more than the extent, sometimes only touching its edges.
 WKSEnvelope RandomWindow(std::mt19937_64& random, const WKSEnvelope& extent);
 
 // The header's extent and the boxes of a shape data file's records; empty
