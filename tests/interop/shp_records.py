@@ -1,18 +1,15 @@
 """Shared by the shape interop scripts: the standard shape record layout
-(encode and decode, independent of any reader), running the tool and the
-helper program, and the exit code for a skipped test."""
+(encode and decode, independent of any reader) and the records the helper
+program reads through ShpFile."""
 
-import os
 import struct
-import subprocess
-import sys
 
-SKIP = 77
+from interop import output
+
 NO_DATA = -1e38  # measures below this are "no data"
 
 POINT_TYPES = {1, 11, 21}
 MULTIPOINT_TYPES = {8, 18, 28}
-POLY_TYPES = {3, 5, 13, 15, 23, 25}
 MULTIPATCH = 31
 
 
@@ -24,34 +21,9 @@ def has_m(shape_type):
     return has_z(shape_type) or shape_type in (21, 23, 25, 28)
 
 
-def skip(reason):
-    print("SKIP: " + reason)
-    sys.exit(SKIP)
-
-
-def require_environment():
-    """The tool, the helper folder and the shapefile module, or skip."""
-    try:
-        import shapefile  # noqa: F401
-    except ImportError:
-        skip("the Python module 'shapefile' (python3-pyshp) is not installed")
-    tool = os.environ.get("QUILLET_TOOL")
-    helpers = os.environ.get("QUILLET_INTEROP_BIN")
-    if not tool or not helpers:
-        skip("QUILLET_TOOL and QUILLET_INTEROP_BIN are not set (run through ctest)")
-    return tool, os.path.join(helpers, "shpio")
-
-
-def run(*args):
-    return subprocess.run(list(args), capture_output=True, text=True)
-
-
 def dump(shpio, path):
     """Header fields and {number: bytes} of the live records, read through ShpFile."""
-    result = run(shpio, "dump", path)
-    if result.returncode != 0:
-        raise RuntimeError(path + ": " + result.stderr.strip())
-    lines = result.stdout.splitlines()
+    lines = output(shpio, "dump", path).splitlines()
     fields = lines[0].split()
     header = {
         "type": int(fields[1]),
@@ -161,3 +133,23 @@ def same_measure(ours, theirs):
     if theirs is None:
         return ours < NO_DATA
     return ours == theirs
+
+
+def compare(checker, where, ours, theirs):
+    """Checks the record content `ours` against a shape as the module
+    `shapefile` reads it."""
+    shape = decode(ours)
+    checker.check(shape["shapeType"] == theirs.shapeType, where + ": shape type")
+    checker.check(shape["points"] == [tuple(p) for p in theirs.points], where + ": points")
+    checker.check(shape["parts"] == list(theirs.parts), where + ": parts")
+    if shape["bbox"] is not None:
+        checker.check(shape["bbox"] == list(theirs.bbox), where + ": bbox")
+    for key in ("z", "m"):
+        theirs_values = getattr(theirs, key, None)
+        if theirs_values is None or len(theirs_values) == 0:
+            continue
+        # A record may end before its optional measures: all of them "no data".
+        ours_values = shape[key] if shape[key] is not None else [None] * len(shape["points"])
+        checker.check(ours_values == list(theirs_values), where + ": " + key)
+    if theirs.shapeType == MULTIPATCH:
+        checker.check(shape["partTypes"] == list(theirs.partTypes), where + ": part types")

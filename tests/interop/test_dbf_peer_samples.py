@@ -7,15 +7,12 @@ import os
 import sys
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import dbf_interop as I  # noqa: E402
+import interop as I  # noqa: E402
 
-tool, _ = I.require_environment()
+tool, _ = I.environment("dbf_write")
 import dbfread  # noqa: E402
 
-shared = os.environ.get("QUILLET_SHARED_DIR", "")
-samples = os.path.join(shared, "data", "peer-samples")
-if not os.path.isdir(samples):
-    I.skip("no peer samples in " + samples)
+samples = I.peer_samples()
 
 ENCODINGS = {0x57: "cp1252", 0x1B: "cp437", 0: "cp1252"}
 
@@ -42,4 +39,4 @@ for name in tables:
             c.check(I.same_value(mine.get(field), value),
                     "%s record %d %s: %r, dbfread %r" % (name, i, field, mine.get(field), value))
 
-c.finish()
+c.finish("%d tables checked" % len(tables))

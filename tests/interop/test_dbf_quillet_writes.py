@@ -10,9 +10,9 @@ import sys
 import tempfile
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import dbf_interop as I  # noqa: E402
+import interop as I  # noqa: E402
 
-tool, writer = I.require_environment()
+tool, writer = I.environment("dbf_write")
 import dbfread  # noqa: E402
 import shapefile  # noqa: E402
 
@@ -51,26 +51,22 @@ def expected_for(text):
 
 def compare_with_modules(path, encoding, fields, expected, label):
     table = dbfread.DBF(path, encoding=encoding, char_decode_errors="strict")
-    names = [(f.name, f.type, f.length, f.decimal_count) for f in table.fields]
-    c.check(names == fields, "%s: dbfread fields %r" % (label, names))
-    records = list(table)
-    c.check(len(records) == len(expected), "%s: dbfread %d records" % (label, len(records)))
     c.check(not list(table.deleted), "%s: dbfread sees deleted records" % label)
-    for i, (record, want) in enumerate(zip(records, expected)):
-        for name, _, _, _ in fields:
-            c.check(I.same_value(want[name], record[name]),
-                    "%s: dbfread record %d %s: %r, wanted %r" % (label, i, name, record[name], want[name]))
-
     with open(path, "rb") as dbf:
         reader = shapefile.Reader(dbf=dbf, encoding=encoding)
-        shp_fields = [tuple(f) for f in reader.fields[1:]]
-        c.check(shp_fields == [tuple(f) for f in fields], "%s: shapefile fields %r" % (label, shp_fields))
-        shp_records = reader.records()
-        c.check(len(shp_records) == len(expected), "%s: shapefile %d records" % (label, len(shp_records)))
-        for i, (record, want) in enumerate(zip(shp_records, expected)):
-            for k, (name, _, _, _) in enumerate(fields):
-                c.check(I.same_value(want[name], record[k]),
-                        "%s: shapefile record %d %s: %r, wanted %r" % (label, i, name, record[k], want[name]))
+        readers = {
+            "dbfread": ([(f.name, f.type, f.length, f.decimal_count) for f in table.fields],
+                        [list(record.values()) for record in table]),
+            "shapefile": ([tuple(f) for f in reader.fields[1:]], [list(record) for record in reader.records()]),
+        }
+    for module, (names, records) in readers.items():
+        where = "%s: %s" % (label, module)
+        c.check(names == fields, "%s fields %r" % (where, names))
+        c.check(len(records) == len(expected), "%s reads %d records" % (where, len(records)))
+        for i, (record, want) in enumerate(zip(records, expected)):
+            for (name, _, _, _), value in zip(fields, record):
+                c.check(I.same_value(want[name], value),
+                        "%s record %d %s: %r, wanted %r" % (where, i, name, value, want[name]))
 
 
 with tempfile.TemporaryDirectory() as folder:
@@ -79,7 +75,7 @@ with tempfile.TemporaryDirectory() as folder:
         path = os.path.join(folder, "t%s.dbf" % kind)
         rows = rows_for(text)
         stdin = "\n".join("\t".join(row) for row in rows) + "\nDELETE 2\n"
-        I.run([writer, "create", path, kind, SCHEMA], stdin=stdin)
+        I.output(writer, "create", path, kind, SCHEMA, stdin=stdin)
         with open(path, "rb") as f:
             header = f.read(32)
         c.check(header[29] == ldid, "%s: language driver byte %d" % (label, header[29]))
@@ -101,15 +97,15 @@ with tempfile.TemporaryDirectory() as folder:
                 f.write(",".join('"%s"' % v if i == 0 and v else v
                                  for i, v in enumerate(row[:5] + [day, row[6]])) + "\n")
         imported = os.path.join(folder, "i%s.dbf" % kind)
-        I.run([tool, "dbf", "import-csv", csv_path, imported, "--schema", SCHEMA, "--codepage", argument])
+        I.output(tool, "dbf", "import-csv", csv_path, imported, "--schema", SCHEMA, "--codepage", argument)
         compare_with_modules(imported, encoding, FIELDS, expected, label + " (import-csv)")
 
     # Columns added to and dropped from a table with records, the new column
     # filled through Quillet (a fresh column holds zero bytes until set).
     path = os.path.join(folder, "tansi.dbf")
-    I.run([tool, "dbf", "add-field", path, "EXTRA:N:8:1"])
-    I.run([writer, "fill", path, "EXTRA"], stdin="1.5\n-2\n\n")
-    I.run([tool, "dbf", "drop-field", path, "PRICE"])
+    I.output(tool, "dbf", "add-field", path, "EXTRA:N:8:1")
+    I.output(writer, "fill", path, "EXTRA", stdin="1.5\n-2\n\n")
+    I.output(tool, "dbf", "drop-field", path, "PRICE")
     fields = [f for f in FIELDS if f[0] != "PRICE"] + [("EXTRA", "N", 8, 1)]
     expected = expected_for("Crème brûlée €5")
     for record, extra in zip(expected, [1.5, -2.0, None]):
@@ -126,15 +122,14 @@ with tempfile.TemporaryDirectory() as folder:
     with open(path, "wb") as f:
         f.write(data)
     c.check(len(dbfread.DBF(path, encoding="cp1252").deleted) == 1, "pack: the mark did not take")
-    I.run([tool, "dbf", "pack", path])
+    I.output(tool, "dbf", "pack", path)
     table = dbfread.DBF(path, encoding="cp1252")
     c.check(len(list(table)) == 2 and not list(table.deleted), "pack left %r" % list(table))
-    I.run([tool, "dbf", "delete", path, "0"])
+    I.output(tool, "dbf", "delete", path, "0")
     names = [record["NAME"] for record in dbfread.DBF(path, encoding="cp1252")]
     c.check(names == [""], "delete left %r" % names)
 
-    info = I.run([tool, "dbf", "info", path, "--json"])
-    info = json.loads(info)
+    info = json.loads(I.output(tool, "dbf", "info", path, "--json"))
     c.check(list(info) == ["version", "date", "records", "header_length", "record_length", "ldid", "codepage",
                            "fields"], "info keys %r" % list(info))
     c.check(info["codepage"] == {"id": 1252, "kind": "ANSI", "name": "ANSI 1252"}, "info code page %r" % info)

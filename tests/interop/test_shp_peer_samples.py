@@ -10,21 +10,14 @@ import struct
 import sys
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import interop as I  # noqa: E402
 import shp_records as R  # noqa: E402
 
-tool, shpio = R.require_environment()
+tool, shpio = I.environment("shpio")
 import shapefile  # noqa: E402
 
-samples = os.path.join(os.environ.get("QUILLET_SHARED_DIR", ""), "data", "peer-samples")
-if not os.path.isdir(samples):
-    R.skip("no peer samples at " + samples)
-
-failures = []
-
-
-def check(condition, message):
-    if not condition:
-        failures.append(message)
+samples = I.peer_samples()
+c = I.Checker()
 
 
 def raw_records(shp, shx):
@@ -43,32 +36,14 @@ def raw_records(shp, shx):
     return out
 
 
-def compare_shape(where, ours, theirs):
-    shape = R.decode(ours)
-    check(shape["shapeType"] == theirs.shapeType, where + ": shape type")
-    check(shape["points"] == [tuple(p) for p in theirs.points], where + ": points")
-    check(shape["parts"] == list(theirs.parts), where + ": parts")
-    if shape["bbox"] is not None:
-        check(shape["bbox"] == list(theirs.bbox), where + ": bbox")
-    for key in ("z", "m"):
-        theirs_values = getattr(theirs, key, None)
-        if theirs_values is None or len(theirs_values) == 0:
-            continue
-        # A record may end before its optional measures: all of them "no data".
-        ours_values = shape[key] if shape[key] is not None else [None] * len(shape["points"])
-        check(ours_values == list(theirs_values), where + ": " + key)
-    if theirs.shapeType == R.MULTIPATCH:
-        check(shape["partTypes"] == list(theirs.partTypes), where + ": part types")
-
-
 checked = 0
 for shp in sorted(glob.glob(os.path.join(samples, "*.shp"))):
     name = os.path.basename(shp)
     shx = shp[:-4] + ".shx"
     if not os.path.exists(shx):
-        result = R.run(tool, "shp", "info", shp)
-        check(result.returncode == 1 and "index file" in result.stderr,
-              name + ": a data file without its index file must fail clearly: " + result.stderr)
+        result = I.run(tool, "shp", "info", shp)
+        c.check(result.returncode == 1 and "index file" in result.stderr,
+                name + ": a data file without its index file must fail clearly: " + result.stderr)
         continue
     with open(shp, "rb") as f, open(shx, "rb") as g:
         reader = shapefile.Reader(shp=f, shx=g)
@@ -76,30 +51,25 @@ for shp in sorted(glob.glob(os.path.join(samples, "*.shp"))):
         # Through the index, as ShpFile reads them (not the file's sequence).
         theirs = [reader.shape(i) for i in range(count)]
         header, records = R.dump(shpio, shp)
-        check(header["type"] == reader.shapeType, name + ": shape type")
-        check(header["count"] == count, name + ": %d records, module %d" % (header["count"], count))
-        check(header["bbox"] == list(reader.bbox), name + ": extent")
-        check(header["version"] == 1000, name + ": version")
+        c.check(header["type"] == reader.shapeType, name + ": shape type")
+        c.check(header["count"] == count, name + ": %d records, module %d" % (header["count"], count))
+        c.check(header["bbox"] == list(reader.bbox), name + ": extent")
+        c.check(header["version"] == 1000, name + ": version")
         for i, axis in enumerate(("zbox", "mbox")):
             for ours, theirs_value in zip(header[axis], getattr(reader, axis)):
-                check(R.same_measure(ours, theirs_value), name + ": " + axis)
-    info = json.loads(R.run(tool, "shp", "info", shp, "--json").stdout)
-    check(info["records"] == count and info["shape_type"] == header["type"]
-          and info["extent"] == header["bbox"] and info["byte_order"] == "big",
-          name + ": shp info disagrees")
+                c.check(R.same_measure(ours, theirs_value), name + ": " + axis)
+    info = json.loads(I.output(tool, "shp", "info", shp, "--json"))
+    c.check(info["records"] == count and info["shape_type"] == header["type"]
+            and info["extent"] == header["bbox"] and info["byte_order"] == "big", name + ": shp info disagrees")
     raw = raw_records(shp, shx)
     for n, shape in enumerate(theirs, start=1):
         ours = records.get(n)
         where = "%s record %d" % (name, n)
-        if ours is None:
-            failures.append(where + ": not readable through ShpFile")
-            continue
-        check(ours == raw[n], where + ": bytes differ from the file's")
-        compare_shape(where, ours, shape)
+        c.check(ours is not None, where + ": not readable through ShpFile")
+        if ours is not None:
+            c.check(ours == raw[n], where + ": bytes differ from the file's")
+            R.compare(c, where, ours, shape)
     checked += 1
 
-check(checked >= 10, "only %d samples checked" % checked)
-for failure in failures:
-    print("FAIL: " + failure)
-print("%d shape data files checked, %d failures" % (checked, len(failures)))
-sys.exit(1 if failures else 0)
+c.check(checked >= 10, "only %d samples checked" % checked)
+c.finish("%d shape data files checked" % checked)

@@ -2,7 +2,7 @@
 same geometry and bounding boxes, through the index file Quillet wrote; and for
 the same records and extents, Quillet's .shp and .shx match the module's byte
 for byte, except the header fields the module fills by a choice of its own
-(named below)."""
+(see `masked`)."""
 
 import os
 import struct
@@ -10,27 +10,11 @@ import sys
 import tempfile
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import interop as I  # noqa: E402
 import shp_records as R  # noqa: E402
 
-tool, shpio = R.require_environment()
+tool, shpio = I.environment("shpio")
 import shapefile  # noqa: E402
-
-# Header fields (offset, length; the same in .shp and .shx) that the module
-# fills by a choice of its own: the z range of a type without z and the m
-# range of a type without m (it writes zeros). They are left out of the
-# comparison for those types; every other byte must match.
-Z_RANGE_OF_A_TYPE_WITHOUT_Z = (68, 16)
-M_RANGE_OF_A_TYPE_WITHOUT_M = (84, 16)
-
-
-def module_choices(shape_type):
-    fields = []
-    if not R.has_z(shape_type):
-        fields.append(Z_RANGE_OF_A_TYPE_WITHOUT_Z)
-    if not R.has_m(shape_type):
-        fields.append(M_RANGE_OF_A_TYPE_WITHOUT_M)
-    return fields
-
 
 SQUARE = [(0, 0, 1, 10), (0, 4, 1, 11), (4, 4, 2, 12), (4, 0, 2, 13), (0, 0, 1, 10)]
 HOLE = [(1, 1, 5, 0), (1, 3, 5, 1), (3, 3, 5, 2), (3, 1, 5, 3), (1, 1, 5, 0)]
@@ -53,12 +37,7 @@ CASES = {
     "polygons_m": (25, [[FAR], None]),
 }
 
-failures = []
-
-
-def check(condition, message):
-    if not condition:
-        failures.append(message)
+c = I.Checker()
 
 
 def points_of(shapes):
@@ -85,76 +64,53 @@ def write_with_quillet(path, shape_type, shapes):
     spec_path = path + ".spec"
     with open(spec_path, "wb") as f:
         f.write(spec)
-    result = R.run(shpio, "write", path, spec_path)
-    if result.returncode != 0:
-        raise RuntimeError(path + ": " + result.stderr)
+    I.output(shpio, "write", path, spec_path)
 
 
 def write_with_module(path, shape_type, shapes):
+    method = {1: "point", 11: "pointz", 21: "pointm", 8: "multipoint", 18: "multipointz", 28: "multipointm",
+              3: "line", 13: "linez", 23: "linem", 5: "poly", 15: "polyz", 25: "polym"}[shape_type]
     with open(path, "wb") as shp, open(path[:-4] + ".shx", "wb") as shx:
         writer = shapefile.Writer(shp=shp, shx=shx, shapeType=shape_type)
         for shape in shapes:
             if not shape:
                 writer.null()
                 continue
-            xy = [[[p[0], p[1]] for p in part] for part in shape]
-            xym = [[[p[0], p[1], p[3]] for p in part] for part in shape]
-            xyzm = [[list(p) for p in part] for part in shape]
-            kind = shape_type % 10
+            # Each method takes x, y, then z and m, m alone, or neither.
+            extra = [2, 3] if R.has_z(shape_type) else [3] if R.has_m(shape_type) else []
+            parts = [[[p[0], p[1]] + [p[k] for k in extra] for p in part] for part in shape]
             if shape_type in R.POINT_TYPES:
-                x, y, z, m = shape[0][0]
-                {1: lambda: writer.point(x, y), 11: lambda: writer.pointz(x, y, z, m),
-                 21: lambda: writer.pointm(x, y, m)}[shape_type]()
-            elif kind == 8:
-                {8: writer.multipoint, 18: writer.multipointz, 28: writer.multipointm}[shape_type](
-                    {8: xy, 18: xyzm, 28: xym}[shape_type][0])
+                getattr(writer, method)(*parts[0][0])
             else:
-                method = {3: writer.line, 13: writer.linez, 23: writer.linem,
-                          5: writer.poly, 15: writer.polyz, 25: writer.polym}[shape_type]
-                method({3: xy, 5: xy, 13: xyzm, 15: xyzm, 23: xym, 25: xym}[shape_type])
+                getattr(writer, method)(parts[0] if shape_type in R.MULTIPOINT_TYPES else parts)
         writer.close()
 
 
 def masked(data, shape_type):
+    """`data` without the header fields the module fills by a choice of its
+    own (the same in .shp and .shx): the z range, bytes 68-83, of a type
+    without z and the m range, bytes 84-99, of a type without m (it writes
+    zeros). Every other byte must match."""
     data = bytearray(data)
-    for offset, length in module_choices(shape_type):
-        data[offset:offset + length] = b"\0" * length
+    if not R.has_z(shape_type):
+        data[68:84] = bytes(16)
+    if not R.has_m(shape_type):
+        data[84:100] = bytes(16)
     return bytes(data)
 
 
 def first_difference(a, b):
-    for i, (x, y) in enumerate(zip(a, b)):
-        if x != y:
-            return i
-    return min(len(a), len(b))
+    return next((i for i, (x, y) in enumerate(zip(a, b)) if x != y), min(len(a), len(b)))
 
 
 def check_read_back(name, path, shape_type, shapes):
     with open(path, "rb") as f, open(path[:-4] + ".shx", "rb") as g:
         reader = shapefile.Reader(shp=f, shx=g)
-        box, _, _ = extents(shape_type, shapes)
-        check(reader.shapeType == shape_type, name + ": shape type")
-        check(len(reader) == len(shapes), name + ": record count")
-        check(list(reader.bbox) == box, name + ": extent")
+        c.check(reader.shapeType == shape_type, name + ": shape type")
+        c.check(len(reader) == len(shapes), name + ": record count")
+        c.check(list(reader.bbox) == extents(shape_type, shapes)[0], name + ": extent")
         for i, shape in enumerate(shapes):
-            theirs = reader.shape(i)
-            where = "%s record %d" % (name, i + 1)
-            if not shape:
-                check(theirs.shapeType == 0, where + ": not a null shape")
-                continue
-            points = [p for part in shape for p in part]
-            check(theirs.shapeType == shape_type, where + ": shape type")
-            check([tuple(p) for p in theirs.points] == [(p[0], p[1]) for p in points], where + ": points")
-            if shape_type not in R.POINT_TYPES:
-                xs, ys = [p[0] for p in points], [p[1] for p in points]
-                check(list(theirs.bbox) == [min(xs), min(ys), max(xs), max(ys)], where + ": bbox")
-            if shape_type not in R.POINT_TYPES | R.MULTIPOINT_TYPES:
-                firsts = [sum(len(part) for part in shape[:k]) for k in range(len(shape))]
-                check(list(theirs.parts) == firsts, where + ": parts")
-            if R.has_z(shape_type):
-                check(list(theirs.z) == [p[2] for p in points], where + ": z")
-            if R.has_m(shape_type):
-                check(list(theirs.m) == [p[3] for p in points], where + ": m")
+            R.compare(c, "%s record %d" % (name, i + 1), R.encode(shape_type, shape), reader.shape(i))
 
 
 with tempfile.TemporaryDirectory() as folder:
@@ -169,10 +125,7 @@ with tempfile.TemporaryDirectory() as folder:
                 a = masked(f.read(), shape_type)
             with open(module[:-4] + extension, "rb") as f:
                 b = masked(f.read(), shape_type)
-            check(a == b, "%s%s: differs from the module's file at byte %d (sizes %d, %d)"
-                  % (name, extension, first_difference(a, b), len(a), len(b)))
+            c.check(a == b, "%s%s: differs from the module's file at byte %d (sizes %d, %d)"
+                    % (name, extension, first_difference(a, b), len(a), len(b)))
 
-for failure in failures:
-    print("FAIL: " + failure)
-print("%d cases, %d failures" % (len(CASES), len(failures)))
-sys.exit(1 if failures else 0)
+c.finish("%d cases" % len(CASES))

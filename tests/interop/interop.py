@@ -1,6 +1,7 @@
-"""Shared by the dBASE interop scripts: finding the tool and the helper, the
-records Quillet reads (through `quillet dbf dump --format jsonl`), and the
-comparison of one value as Quillet and a Python module read it."""
+"""Shared by the interop scripts: the tool and a helper program (or a skip),
+running them, the peer samples, a checker that gathers failures into the
+exit code, and the records and fields Quillet reads from a table, compared
+with what a Python module reads."""
 
 import datetime
 import json
@@ -16,35 +17,49 @@ def skip(reason):
     sys.exit(SKIP)
 
 
-def require_environment():
+def environment(helper):
+    """The tool and the helper program named `helper`, or skip when they or
+    the Python modules are missing."""
     tool = os.environ.get("QUILLET_TOOL")
     helpers = os.environ.get("QUILLET_INTEROP_BIN")
     if not tool or not os.path.exists(tool):
-        skip("QUILLET_TOOL is not set to the built tool")
-    if not helpers or not os.path.exists(os.path.join(helpers, "dbf_write")):
-        skip("QUILLET_INTEROP_BIN does not hold dbf_write")
+        skip("QUILLET_TOOL is not set to the built tool (run through ctest)")
+    if not helpers or not os.path.exists(os.path.join(helpers, helper)):
+        skip("QUILLET_INTEROP_BIN does not hold " + helper)
     try:
         import dbfread  # noqa: F401
         import shapefile  # noqa: F401
     except ImportError as error:
         skip("Python module missing: %s" % error)
-    return tool, os.path.join(helpers, "dbf_write")
+    return tool, os.path.join(helpers, helper)
 
 
-def run(args, stdin=None):
-    result = subprocess.run(args, input=stdin, capture_output=True, text=True)
+def peer_samples():
+    folder = os.path.join(os.environ.get("QUILLET_SHARED_DIR", ""), "data", "peer-samples")
+    if not os.path.isdir(folder):
+        skip("no peer samples in " + folder)
+    return folder
+
+
+def run(*args, stdin=None):
+    return subprocess.run(list(args), input=stdin, capture_output=True, text=True)
+
+
+def output(*args, stdin=None):
+    """What the program prints; an exception when it fails."""
+    result = run(*args, stdin=stdin)
     if result.returncode != 0:
         raise RuntimeError("%s failed: %s" % (" ".join(args), result.stderr.strip()))
     return result.stdout
 
 
 def quillet_records(tool, path):
-    out = run([tool, "dbf", "dump", path, "--format", "jsonl"])
-    return [json.loads(line) for line in out.splitlines() if line]
+    return [json.loads(line) for line in output(tool, "dbf", "dump", path, "--format", "jsonl").splitlines() if line]
 
 
 def quillet_fields(tool, path):
-    return json.loads(run([tool, "dbf", "info", path, "--json"]))["fields"]
+    fields = json.loads(output(tool, "dbf", "info", path, "--json"))["fields"]
+    return [(f["name"], f["type"], f["width"], f["decimals"]) for f in fields]
 
 
 def same_value(ours, theirs):
@@ -73,10 +88,8 @@ class Checker:
         if not condition:
             self.failures.append(message)
 
-    def finish(self):
+    def finish(self, summary="ok"):
         for failure in self.failures[:50]:
             print("FAIL: " + failure)
-        if self.failures:
-            print("%d failures" % len(self.failures))
-            sys.exit(1)
-        print("ok")
+        print("%s, %d failures" % (summary, len(self.failures)))
+        sys.exit(1 if self.failures else 0)
