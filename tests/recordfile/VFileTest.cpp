@@ -1,12 +1,17 @@
+// The record file's layout on disk, the behaviour of rewrites, deletions and
+// file operations, and bad input. Faults during compaction are in
+// VFileFaultTest, random sequences of operations in VFilePropertyTest.
+
 #include "recordfile/VFile.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
+#include <optional>
 #include <vector>
 
 #include "foundation/ByteOrder.h"
-#include "foundation/FaultInjection.h"
 #include "support/TestSupport.h"
 
 namespace quillet {
@@ -25,6 +30,7 @@ Bytes Record(size_t length, unsigned char seed) {
 
 int32_t BE(const Bytes& bytes, size_t offset) { return static_cast<int32_t>(DecodeFixed32BE(&bytes[offset])); }
 int32_t LE(const Bytes& bytes, size_t offset) { return static_cast<int32_t>(DecodeFixed32LE(&bytes[offset])); }
+void SetBE(Bytes& bytes, size_t offset, int32_t value) { EncodeFixed32BE(&bytes[offset], static_cast<uint32_t>(value)); }
 
 Bytes ReadAll(VFile& file, int32_t n) {
     int32_t length = file.GetRecordLength(n);
@@ -34,11 +40,15 @@ Bytes ReadAll(VFile& file, int32_t n) {
     return bytes;
 }
 
-// Writes records of the given lengths (seeded by their number) into a new
-// big-endian indexed file.
-void WriteFile(const std::wstring& path, const std::vector<size_t>& lengths, VFile::FileType type = VFile::kBigEndian) {
+const Bytes kUserHeader = Record(72, 3);
+
+// Writes records of the given lengths (record i seeded with 16 i) into a new
+// indexed file of user type 7 with kUserHeader.
+void WriteFile(const std::wstring& path, const std::vector<size_t>& lengths,
+               VFile::FileType type = VFile::kBigEndian) {
     VFile file(path.c_str());
-    ASSERT_TRUE(file.Create(0, VFile::kReadWrite, false, VFile::kIndexed, 0, type));
+    ASSERT_TRUE(file.Create(7, VFile::kReadWrite, false, VFile::kIndexed, 0, type));
+    ASSERT_TRUE(file.WriteUserHeader(kUserHeader.data(), 72));
     for (size_t i = 0; i < lengths.size(); ++i) {
         Bytes bytes = Record(lengths[i], static_cast<unsigned char>(i * 16));
         ASSERT_EQ(file.WriteNextRecord(bytes.data(), static_cast<int32_t>(bytes.size())), static_cast<int32_t>(i));
@@ -47,39 +57,36 @@ void WriteFile(const std::wstring& path, const std::vector<size_t>& lengths, VFi
 }
 
 TEST(VFileIndexPath, TurnsTheLastCharacterOrTheOneBeforeAdfIntoX) {
-    EXPECT_EQ(VFile::IndexPath(L"/d/roads.shp"), L"/d/roads.shx");
-    EXPECT_EQ(VFile::IndexPath(L"/d/roads.sbn"), L"/d/roads.sbx");
-    EXPECT_EQ(VFile::IndexPath(L"/d/w001001.adf"), L"/d/w00100x.adf");
-    EXPECT_EQ(VFile::IndexPath(L"abc.ADF"), L"abx.ADF");
-    EXPECT_EQ(VFile::IndexPath(L"ab.adf"), L"ab.adx");  // shorter than "xxx.adf"
+    const std::pair<const wchar_t*, const wchar_t*> cases[] = {
+        {L"/d/roads.shp", L"/d/roads.shx"},    {L"/d/roads.sbn", L"/d/roads.sbx"},
+        {L"/d/w001001.adf", L"/d/w00100x.adf"}, {L"abc.ADF", L"abx.ADF"},
+        {L"ab.adf", L"ab.adx"},  // shorter than "xxx.adf"
+    };
+    for (auto [data, index] : cases) EXPECT_EQ(VFile::IndexPath(data), index);
 }
 
 TEST(VFileLayout, BigEndianIndexedFileMatchesTheFormat) {
     TempDir dir;
-    auto path = dir.Wide("a.shp");
-    WriteFile(path, {4, 20, 6});
+    WriteFile(dir.Wide("a.shp"), {4, 20, 5});
     Bytes data = ReadBytes(dir / "a.shp");
     Bytes index = ReadBytes(dir / "a.shx");
-    ASSERT_EQ(data.size(), 100u + 8 + 4 + 8 + 20 + 8 + 6);
+    ASSERT_EQ(data.size(), 100u + 8 + 4 + 8 + 20 + 8 + 6);  // the odd record padded
     ASSERT_EQ(index.size(), 100u + 3 * 8);
-    EXPECT_EQ(BE(data, 0), 9994);
-    EXPECT_EQ(BE(data, 4), 0);
-    EXPECT_EQ(BE(data, 8), 0);
-    EXPECT_EQ(BE(data, 24), static_cast<int32_t>(data.size() / 2));
+    // Code, user type, variable length, file length in words; the user header
+    // as given. The index file's header differs only in its length.
+    const int32_t header[] = {9994, 7, 0, 0, 0, 0, static_cast<int32_t>(data.size() / 2)};
+    for (size_t i = 0; i < 7; ++i) EXPECT_EQ(BE(data, 4 * i), header[i]) << i;
+    EXPECT_EQ(Bytes(data.begin() + 28, data.begin() + 100), kUserHeader);
     EXPECT_EQ(BE(index, 24), static_cast<int32_t>(index.size() / 2));
-    EXPECT_TRUE(std::equal(data.begin(), data.begin() + 24, index.begin()));
-    // Record headers hold the number + 1 and the length in words.
-    EXPECT_EQ(BE(data, 100), 1);
-    EXPECT_EQ(BE(data, 104), 2);
-    EXPECT_EQ(BE(data, 112), 2);
-    EXPECT_EQ(BE(data, 116), 10);
-    EXPECT_EQ(data[108], 0);
-    // Index entries: offset and length in words.
-    EXPECT_EQ(BE(index, 100), 50);
-    EXPECT_EQ(BE(index, 104), 2);
-    EXPECT_EQ(BE(index, 108), 56);
-    EXPECT_EQ(BE(index, 112), 10);
-    EXPECT_EQ(BE(index, 116), 70);
+    SetBE(index, 24, BE(data, 24));
+    EXPECT_TRUE(std::equal(data.begin(), data.begin() + 100, index.begin()));
+    // Record headers: number + 1 and length in words. Index entries: offset
+    // and length in words.
+    const std::pair<size_t, int32_t> words[] = {{100, 1}, {104, 2}, {112, 2}, {116, 10}, {140, 3}, {144, 3}};
+    for (auto [offset, value] : words) EXPECT_EQ(BE(data, offset), value) << offset;
+    const int32_t entries[] = {50, 2, 56, 10, 70, 3};
+    for (size_t i = 0; i < 6; ++i) EXPECT_EQ(BE(index, 100 + 4 * i), entries[i]) << i;
+    EXPECT_EQ(data.back(), 0);
 }
 
 TEST(VFileLayout, LittleEndianFileKeepsItsDataAt356) {
@@ -88,76 +95,44 @@ TEST(VFileLayout, LittleEndianFileKeepsItsDataAt356) {
     WriteFile(path, {8, 2}, VFile::kLittleEndian);
     Bytes data = ReadBytes(dir / "l.dat");
     EXPECT_EQ(LE(data, 0), 9994);
+    EXPECT_EQ(Bytes(data.begin() + 28, data.begin() + 100), kUserHeader);
     EXPECT_EQ(LE(data, 356), 1);
     EXPECT_EQ(LE(data, 360), 4);
-    Bytes index = ReadBytes(dir / "l.dax");
-    EXPECT_EQ(LE(index, 100), 50);  // offsets do not count the 256-byte area
+    EXPECT_EQ(LE(ReadBytes(dir / "l.dax"), 100), 50);  // offsets do not count the 256-byte area
 
     VFile file(path.c_str());
     ASSERT_TRUE(file.Open(VFile::kReadOnly, VFile::kIndexed, false, false));
     EXPECT_EQ(file.GetFileType(), VFile::kLittleEndian);
-    EXPECT_EQ(file.GetNumRecs(), 2);
     EXPECT_EQ(file.GetFilePosition(-1), 356);
     EXPECT_EQ(file.GetFilePosition(0), 356);
     EXPECT_EQ(ReadAll(file, 1), Record(2, 16));
-}
-
-TEST(VFileRecords, ReopenReadsWhatWasWrittenWithTheUserHeader) {
-    TempDir dir;
-    auto path = dir.Wide("u.shp");
-    {
-        VFile file(path.c_str());
-        ASSERT_TRUE(file.Create(7, VFile::kReadWrite, false, VFile::kIndexed, 0));
-        Bytes user = Record(72, 3);
-        ASSERT_TRUE(file.WriteUserHeader(user.data(), 72));
-        Bytes odd = Record(5, 1);
-        ASSERT_EQ(file.WriteNextRecord(odd.data(), 5), 0);
-        ASSERT_TRUE(file.Close());
-    }
-    VFile file(path.c_str());
-    ASSERT_TRUE(file.Open(VFile::kReadOnly, VFile::kIndexed, false, false));
-    EXPECT_EQ(file.GetUserType(), 7);
     Bytes user(72);
     ASSERT_TRUE(file.ReadUserHeader(user.data(), 72));
-    EXPECT_EQ(user, Record(72, 3));
-    Bytes padded = Record(5, 1);
-    padded.push_back(0);  // odd lengths are padded to whole words
-    EXPECT_EQ(ReadAll(file, 0), padded);
-    EXPECT_FALSE(file.ReadRecord(1, padded.data(), 1));
-    EXPECT_FALSE(file.ReadRecord(-1, padded.data(), 1));
+    EXPECT_EQ(user, kUserHeader);
 }
 
+// What a rewrite leaves on disk; that the records read back, before and after
+// the compaction at Close, is VFilePropertyTest's part.
 TEST(VFileRecords, RewriteWithAnotherLengthAppendsAndMarksTheOldBytesDeleted) {
     TempDir dir;
-    auto path = dir.Wide("r.shp");
-    WriteFile(path, {4, 4, 4, 4, 4});
-    VFile file(path.c_str());
+    WriteFile(dir.Wide("r.shp"), {4, 4, 4, 4, 4});
+    VFile file(dir.Wide("r.shp").c_str());
     ASSERT_TRUE(file.Open(VFile::kReadWrite, VFile::kIndexed, false, false));
-    int32_t oldPosition = file.GetFilePosition(3);
     Bytes same = Record(4, 200);
     ASSERT_TRUE(file.WriteRecord(2, same.data(), 4));
-    EXPECT_EQ(file.GetFilePosition(2), oldPosition - 12);  // rewritten in place
+    EXPECT_EQ(file.GetFilePosition(2), 100 + 2 * 12);  // rewritten in place
     Bytes longer = Record(10, 100);
     ASSERT_TRUE(file.WriteRecord(3, longer.data(), 10));
     ASSERT_TRUE(file.Flush());
-    EXPECT_EQ(file.GetNumRecs(), 5);
     EXPECT_EQ(file.GetFilePosition(3), 100 + 5 * 12);
-    EXPECT_EQ(ReadAll(file, 3), longer);
-    EXPECT_EQ(ReadAll(file, 2), same);
-
     Bytes data = ReadBytes(dir / "r.shp");
-    EXPECT_EQ(BE(data, static_cast<size_t>(oldPosition) + 4), VFile::kDeletedMarker);
+    EXPECT_EQ(BE(data, 100 + 3 * 12 + 4), VFile::kDeletedMarker);
     EXPECT_EQ(BE(data, 160), 4);  // the new copy keeps its number + 1
     ASSERT_TRUE(file.Close());
-
-    // Close compacted the dead bytes away.
     EXPECT_EQ(std::filesystem::file_size(dir / "r.shp"), 100u + 4 * 12 + 18);
-    ASSERT_TRUE(file.Open(VFile::kReadOnly, VFile::kIndexed, false, false));
-    EXPECT_EQ(ReadAll(file, 3), longer);
-    EXPECT_EQ(ReadAll(file, 4), Record(4, 64));
 }
 
-TEST(VFileRecords, CompactingRenumbersTheLiveRecords) {
+TEST(VFileRecords, DeletedAndMissingRecordsReadAsNothingUntilCompacted) {
     TempDir dir;
     auto path = dir.Wide("c.shp");
     WriteFile(path, {4, 6, 8, 10, 12});
@@ -165,17 +140,14 @@ TEST(VFileRecords, CompactingRenumbersTheLiveRecords) {
     ASSERT_TRUE(file.Open(VFile::kReadWrite, VFile::kIndexed, false, false));
     ASSERT_TRUE(file.DeleteRecord(1));
     ASSERT_TRUE(file.DeleteRecord(3));
-    EXPECT_TRUE(file.IsRecordDeleted(1));
     EXPECT_EQ(file.GetRecordLength(1), 0);
+    EXPECT_EQ(file.GetRecordBuffer(1), nullptr);
     Bytes buffer(16);
     EXPECT_FALSE(file.ReadRecord(3, buffer.data(), 10));
     EXPECT_TRUE(file.IsCurrentRecordDeleted());
-    EXPECT_EQ(file.GetRecordBuffer(1), nullptr);
+    EXPECT_FALSE(file.ReadRecord(5, buffer.data(), 1));
+    EXPECT_FALSE(file.ReadRecord(-1, buffer.data(), 1));
     ASSERT_TRUE(file.CompactFile());
-    EXPECT_EQ(file.GetNumRecs(), 3);
-    EXPECT_EQ(ReadAll(file, 0), Record(4, 0));
-    EXPECT_EQ(ReadAll(file, 1), Record(8, 32));
-    EXPECT_EQ(ReadAll(file, 2), Record(12, 64));
     ASSERT_TRUE(file.Close());
 
     Bytes data = ReadBytes(dir / "c.shp");
@@ -186,39 +158,29 @@ TEST(VFileRecords, CompactingRenumbersTheLiveRecords) {
 
 TEST(VFileRecords, FixedLengthRecordsMarkTheirFirstFourBytes) {
     TempDir dir;
-    auto path = dir.Wide("f.dat");
-    {
-        VFile file(path.c_str());
-        ASSERT_TRUE(file.Create(3, VFile::kReadWrite, false, VFile::kNotIndexed, 4));
-        for (unsigned char i = 0; i < 4; ++i) {
-            Bytes bytes = Record(i == 2 ? 5 : 8, static_cast<unsigned char>(i * 10));
-            ASSERT_EQ(file.WriteNextRecord(bytes.data(), static_cast<int32_t>(bytes.size())), i);
-        }
-        Bytes tooLong(9);
-        EXPECT_FALSE(file.WriteRecord(0, tooLong.data(), 9));
-        ASSERT_TRUE(file.DeleteRecord(1));
-        ASSERT_TRUE(file.Flush());
-        Bytes data = ReadBytes(dir / "f.dat");
-        EXPECT_EQ(BE(data, 0), 9991);
-        EXPECT_EQ(BE(data, 8), 4);
-        EXPECT_EQ(BE(data, 108), VFile::kDeletedMarker);
-        ASSERT_TRUE(file.Close());
+    VFile file(dir.Wide("f.dat").c_str());
+    ASSERT_TRUE(file.Create(3, VFile::kReadWrite, false, VFile::kNotIndexed, 4));
+    for (unsigned char i = 0; i < 3; ++i) {
+        Bytes bytes = Record(8, static_cast<unsigned char>(i * 10));
+        ASSERT_EQ(file.WriteNextRecord(bytes.data(), 8), i);
     }
-    EXPECT_FALSE(FileExists(dir.Wide("f.dax").c_str()));
-    VFile file(path.c_str());
-    ASSERT_TRUE(file.Open(VFile::kReadOnly, VFile::kNotIndexed, false, false));
-    EXPECT_EQ(file.GetNumRecs(), 3);
-    Bytes padded = Record(5, 20);
-    padded.resize(8, 0);
-    EXPECT_EQ(ReadAll(file, 1), padded);
-    EXPECT_EQ(ReadAll(file, 2), Record(8, 30));
+    Bytes tooLong(9);
+    EXPECT_FALSE(file.WriteRecord(0, tooLong.data(), 9));
+    ASSERT_TRUE(file.DeleteRecord(1));
+    ASSERT_TRUE(file.Flush());
+    Bytes data = ReadBytes(dir / "f.dat");
+    EXPECT_EQ(BE(data, 0), 9991);
+    EXPECT_EQ(BE(data, 8), 4);
+    EXPECT_EQ(BE(data, 108), VFile::kDeletedMarker);
+    EXPECT_EQ(Bytes(data.begin() + 112, data.begin() + 116), Record(4, 14));  // the rest stays
+    ASSERT_TRUE(file.Close());
+    EXPECT_EQ(dir.Files(), std::vector<std::string>{"f.dat"});
 }
 
 TEST(VFileFiles, DeleteRenameAndCopyActOnBothFiles) {
     TempDir dir;
-    auto path = dir.Wide("a.shp");
-    WriteFile(path, {4});
-    VFile file(path.c_str());
+    WriteFile(dir.Wide("a.shp"), {4});
+    VFile file(dir.Wide("a.shp").c_str());
     ASSERT_TRUE(file.CopyFileW(dir.Wide("b.shp").c_str()));
     EXPECT_EQ(ReadBytes(dir / "b.shx"), ReadBytes(dir / "a.shx"));
     ASSERT_TRUE(file.RenameFile(dir.Wide("c.shp").c_str()));
@@ -229,159 +191,76 @@ TEST(VFileFiles, DeleteRenameAndCopyActOnBothFiles) {
     EXPECT_FALSE(file.DeleteFileW());
     EXPECT_EQ(file.GetLastError(), File::kNotFound);
     EXPECT_FALSE(file.RenameFile(dir.Wide("d.shp").c_str()));
-}
 
-TEST(VFileFiles, RenameMovesTheDataFileBackWhenTheIndexCannotMove) {
-    TempDir dir;
+    // A rename whose index file cannot move moves the data file back.
+    std::filesystem::remove(dir / "b.shp");
     WriteFile(dir.Wide("a.shp"), {4});
-    WriteFile(dir.Wide("b.shp"), {4});
-    std::filesystem::remove(dir / "b.shp");  // b.shx blocks the index move
-    VFile file(dir.Wide("a.shp").c_str());
-    EXPECT_FALSE(file.RenameFile(dir.Wide("b.shp").c_str()));
+    VFile other(dir.Wide("a.shp").c_str());
+    EXPECT_FALSE(other.RenameFile(dir.Wide("b.shp").c_str()));
     EXPECT_EQ(dir.Files(), (std::vector<std::string>{"a.shp", "a.shx", "b.shx"}));
 }
 
-TEST(VFileFaults, FailedCompactionKeepsTheRecordsAndLeavesNoTemporaryFiles) {
+// Each case damages a good file of records 4, 8 and 12 bytes long; opening
+// it fails cleanly or gives the records that are whole, and none of the
+// others can be read either way. Without its index file it does not open.
+TEST(VFileBadInput, DamagedFilesFailToOpenOrReadOnlyWhatIsWhole) {
     TempDir dir;
-    TempDir temporary;
-    const char* saved = std::getenv("TMPDIR");
-    std::string savedValue = saved ? saved : "";
-    setenv("TMPDIR", temporary.path().c_str(), 1);
-    auto path = dir.Wide("c.shp");
-    for (int n = 1; n <= 40; ++n) {
-        WriteFile(path, {4, 6, 8, 10, 12});
-        VFile file(path.c_str());
-        ASSERT_TRUE(file.Open(VFile::kReadWrite, VFile::kIndexed, false, false));
-        ASSERT_TRUE(file.DeleteRecord(1));
-        ASSERT_TRUE(file.DeleteRecord(3));
-        ASSERT_TRUE(file.Flush());
-        bool compacted;
-        {
-            FaultInjectionScope scope;
-            FaultInjection::FailNth(FaultInjection::kWrite, n);
-            compacted = file.CompactFile();
-        }
-        EXPECT_TRUE(temporary.Files().empty()) << "write " << n;
-        // The first writes go to the copy: failing them must lose nothing.
-        if (n <= 5) {
-            EXPECT_FALSE(compacted);
-            ASSERT_TRUE(file.Close());
-            ASSERT_TRUE(file.Open(VFile::kReadOnly, VFile::kIndexed, false, false));
-            ASSERT_EQ(file.GetNumRecs(), 3) << "write " << n;
-            EXPECT_EQ(ReadAll(file, 2), Record(12, 64));
-        }
-    }
-    saved ? setenv("TMPDIR", savedValue.c_str(), 1) : unsetenv("TMPDIR");
-}
-
-// ---- bad input ----
-
-class VFileBadInput : public ::testing::Test {
-protected:
-    void SetUp() override {
-        WriteFile(dir_.Wide("good.shp"), {4, 8, 12});
-        data_ = ReadBytes(dir_ / "good.shp");
-        index_ = ReadBytes(dir_ / "good.shx");
-    }
-    bool OpenWith(const Bytes& data, const Bytes& index) {
-        WriteBytes(dir_ / "bad.shp", data);
-        WriteBytes(dir_ / "bad.shx", index);
-        file_ = std::make_unique<VFile>(dir_.Wide("bad.shp").c_str());
-        return file_->Open(VFile::kReadOnly, VFile::kIndexed, false, false);
-    }
-    // Reads every record every way; none may succeed past a corrupt entry.
-    int ReadableRecords() {
+    WriteFile(dir.Wide("good.shp"), {4, 8, 12});
+    const Bytes goodData = ReadBytes(dir / "good.shp");
+    const Bytes goodIndex = ReadBytes(dir / "good.shx");
+    auto dataWords = static_cast<int32_t>(goodData.size() / 2);
+    struct Case {
+        const char* what;
+        std::function<void(Bytes& data, Bytes& index)> damage;
+        std::optional<int32_t> records;  // none: fails to open
+        int readable;
+    } cases[] = {
+        {"data header cut", [](Bytes& d, Bytes&) { d.resize(99); }, {}, 0},
+        {"index header cut", [](Bytes&, Bytes& i) { i.resize(60); }, {}, 0},
+        {"empty data file", [](Bytes& d, Bytes&) { d.clear(); }, {}, 0},
+        {"file code 0", [](Bytes& d, Bytes&) { SetBE(d, 0, 0); }, {}, 0},
+        {"file code 9990", [](Bytes& d, Bytes&) { SetBE(d, 0, 9990); }, {}, 0},
+        {"file code 9995", [](Bytes& d, Bytes&) { SetBE(d, 0, 9995); }, {}, 0},
+        {"file code -9994", [](Bytes& d, Bytes&) { SetBE(d, 0, -9994); }, {}, 0},
+        {"record 1 starts at the end, record 2 is huge",
+         [&](Bytes&, Bytes& i) { SetBE(i, 108, dataWords); SetBE(i, 120, 1000000); }, 3, 1},
+        {"negative and huge lengths, a negative offset",
+         [](Bytes&, Bytes& i) { SetBE(i, 104, -5); SetBE(i, 112, INT32_MAX); SetBE(i, 116, -1); }, 3, 0},
+        {"a huge fixed record length", [](Bytes& d, Bytes&) { SetBE(d, 8, INT32_MAX); }, 0, 0},
+        {"data cut short, a partial index entry",
+         [](Bytes& d, Bytes& i) { d.resize(d.size() - 5); i.push_back(1); }, 3, 2},
+        {"junk past the stated index length", [](Bytes&, Bytes& i) { i.resize(i.size() + 40, 0xEE); }, 3, 3},
+        {"stated index length past the file: what the file holds",
+         [](Bytes&, Bytes& i) { i.resize(i.size() + 40, 0xEE); SetBE(i, 24, 1000000); }, 8, 3},
+        {"negative stated index length", [](Bytes&, Bytes& i) { SetBE(i, 24, -7); }, 0, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        Bytes data = goodData;
+        Bytes index = goodIndex;
+        c.damage(data, index);
+        WriteBytes(dir / "bad.shp", data);
+        WriteBytes(dir / "bad.shx", index);
+        VFile file(dir.Wide("bad.shp").c_str());
+        bool opened = file.Open(VFile::kReadOnly, VFile::kIndexed, false, false);
+        ASSERT_EQ(opened, c.records.has_value());
+        if (!opened) continue;
+        EXPECT_EQ(file.GetNumRecs(), *c.records);
         int readable = 0;
-        for (int32_t n = 0; n < file_->GetNumRecs(); ++n) {
-            int32_t length = file_->GetRecordLength(n);
+        for (int32_t n = 0; n < file.GetNumRecs(); ++n) {
+            int32_t length = file.GetRecordLength(n);
             Bytes buffer(64);
-            bool read = length > 0 && length <= 64 && file_->ReadRecord(n, buffer.data(), length);
-            bool viaBuffer = file_->GetRecordBuffer(n) != nullptr;
-            EXPECT_EQ(read, viaBuffer) << "record " << n;
+            bool read = length > 0 && length <= 64 && file.ReadRecord(n, buffer.data(), length);
+            EXPECT_EQ(read, file.GetRecordBuffer(n) != nullptr) << "record " << n;
             readable += read ? 1 : 0;
         }
-        return readable;
-    }
-    void SetBE(Bytes& bytes, size_t offset, int32_t value) {
-        EncodeFixed32BE(&bytes[offset], static_cast<uint32_t>(value));
+        EXPECT_EQ(readable, c.readable);
     }
 
-    TempDir dir_;
-    Bytes data_;
-    Bytes index_;
-    std::unique_ptr<VFile> file_;
-};
-
-TEST_F(VFileBadInput, TruncatedHeadersFailToOpen) {
-    EXPECT_FALSE(OpenWith(Bytes(data_.begin(), data_.begin() + 99), index_));
-    EXPECT_FALSE(OpenWith(data_, Bytes(index_.begin(), index_.begin() + 60)));
-    EXPECT_FALSE(OpenWith({}, index_));
-    EXPECT_TRUE(OpenWith(data_, index_));
-}
-
-TEST_F(VFileBadInput, FileCodesOutOfRangeFailToOpen) {
-    for (int32_t code : {0, 9990, 9995, -9994}) {
-        Bytes data = data_;
-        SetBE(data, 0, code);
-        EXPECT_FALSE(OpenWith(data, index_)) << code;
-    }
-    Bytes little = data_;
-    EncodeFixed32LE(&little[0], 9991);
-    EXPECT_TRUE(OpenWith(little, index_));
-    EXPECT_EQ(file_->GetFileType(), VFile::kLittleEndian);
-}
-
-TEST_F(VFileBadInput, DataFileWithoutItsIndexFileFailsToOpen) {
-    WriteBytes(dir_ / "lone.shp", data_);
-    VFile file(dir_.Wide("lone.shp").c_str());
-    EXPECT_FALSE(file.Open(VFile::kReadOnly, VFile::kIndexed, false, false));
-    EXPECT_EQ(file.GetLastError(), File::kNotFound);
-    EXPECT_FALSE(file.IsOpen());
-}
-
-TEST_F(VFileBadInput, IndexEntriesPastTheEndOfTheDataFileAreNotRead) {
-    Bytes index = index_;
-    SetBE(index, 100 + 8, static_cast<int32_t>(data_.size() / 2));  // record 1 starts at the end
-    SetBE(index, 100 + 16 + 4, 1000000);                           // record 2 is huge
-    ASSERT_TRUE(OpenWith(data_, index));
-    EXPECT_EQ(ReadableRecords(), 1);
-    EXPECT_EQ(file_->GetRecordBuffer(2), nullptr);
-}
-
-TEST_F(VFileBadInput, NegativeAndHugeLengthsAreNotRead) {
-    Bytes index = index_;
-    SetBE(index, 100 + 4, -5);
-    SetBE(index, 100 + 12, INT32_MAX);
-    SetBE(index, 100 + 16, -1);  // negative offset
-    ASSERT_TRUE(OpenWith(data_, index));
-    EXPECT_EQ(ReadableRecords(), 0);
-    EXPECT_TRUE(file_->IsRecordDeleted(0));
-    Bytes data = data_;
-    SetBE(data, 8, INT32_MAX);  // a huge fixed record length
-    EXPECT_TRUE(OpenWith(data, index_));
-    EXPECT_EQ(file_->GetNumRecs(), 0);
-}
-
-TEST_F(VFileBadInput, TruncatedDataAndOddIndexLengths) {
-    Bytes data(data_.begin(), data_.end() - 5);
-    Bytes index = index_;
-    index.push_back(1);  // a partial entry does not count
-    ASSERT_TRUE(OpenWith(data, index));
-    EXPECT_EQ(file_->GetNumRecs(), 3);
-    EXPECT_EQ(ReadableRecords(), 2);
-}
-
-TEST_F(VFileBadInput, RecordCountFollowsTheStatedIndexLengthWithinTheFile) {
-    Bytes index = index_;
-    index.resize(index.size() + 40, 0xEE);  // junk past the stated end
-    ASSERT_TRUE(OpenWith(data_, index));
-    EXPECT_EQ(file_->GetNumRecs(), 3);
-    SetBE(index, 24, 1000000);
-    ASSERT_TRUE(OpenWith(data_, index));
-    EXPECT_EQ(file_->GetNumRecs(), 8);  // never more than the file holds
-    SetBE(index, 24, -7);
-    ASSERT_TRUE(OpenWith(data_, index));
-    EXPECT_EQ(file_->GetNumRecs(), 0);
+    std::filesystem::remove(dir / "good.shx");
+    VFile lone(dir.Wide("good.shp").c_str());
+    EXPECT_FALSE(lone.Open(VFile::kReadOnly, VFile::kIndexed, false, false));
+    EXPECT_EQ(lone.GetLastError(), File::kNotFound);
 }
 
 TEST(VFilePeerSamples, CorruptTooLongFailsCleanly) {
