@@ -10,19 +10,21 @@ namespace quillet::test {
 namespace {
 
 TEST(CodePageCommandTest, DecodeAndEncodeTakeNumbersAndNames) {
-    auto decoded = RunTool("codepage decode 'ANSI 1252'", "caf\xE9\n\x80");
-    EXPECT_EQ(decoded.exitCode, 0) << decoded.err;
-    EXPECT_EQ(decoded.out, "caf\xC3\xA9\n\xE2\x82\xAC");
-    auto encoded = RunTool("codepage encode 850", "caf\xC3\xA9 \xE2\x82\xAC\n");
-    EXPECT_EQ(encoded.exitCode, 0) << encoded.err;
-    EXPECT_EQ(encoded.out, "caf\x82 _\n");  // the euro sign has no byte in 850
-    EXPECT_EQ(RunTool("codepage encode utf8", "\xE2\x82\xAC").out, "\xE2\x82\xAC");
-}
-
-TEST(CodePageCommandTest, UnknownCodePageIsAUsageError) {
-    auto result = RunTool("codepage decode 436", "x");
-    EXPECT_EQ(result.exitCode, 2);
-    EXPECT_NE(result.err.find("436"), std::string::npos) << result.err;
+    struct Case {
+        const char* args;
+        const char* input;
+        const char* output;
+    };
+    for (const Case& c : {Case{"decode 'ANSI 1252'", "caf\xE9\n\x80", "caf\xC3\xA9\n\xE2\x82\xAC"},
+                          Case{"encode 850", "caf\xC3\xA9 \xE2\x82\xAC\n", "caf\x82 _\n"},  // no euro sign in 850
+                          Case{"encode utf8", "\xE2\x82\xAC", "\xE2\x82\xAC"}}) {
+        auto result = RunTool(std::string("codepage ") + c.args, c.input);
+        EXPECT_EQ(result.exitCode, 0) << c.args << ": " << result.err;
+        EXPECT_EQ(result.out, c.output) << c.args;
+    }
+    auto unknown = RunTool("codepage decode 436", "x");
+    EXPECT_EQ(unknown.exitCode, 2);
+    EXPECT_NE(unknown.err.find("436"), std::string::npos) << unknown.err;
 }
 
 TEST(CodePageCommandTest, ListNamesEachKind) {
@@ -34,33 +36,29 @@ TEST(CodePageCommandTest, ListNamesEachKind) {
     }
 }
 
-std::vector<unsigned char> DbfHeader(unsigned char ldid) {
-    std::vector<unsigned char> header(33, 0);
-    header[0] = 0x03;
-    header[8] = 33;
-    header[10] = 1;
-    header[29] = ldid;
-    header[32] = 0x0D;
-    return header;
-}
-
 TEST(CodePageCommandTest, InfoSaysWhatChoseTheCodePage) {
     TempDir dir;
-    WriteBytes(dir / "t.dbf", DbfHeader(0x26));
-    auto byLdid = RunTool("codepage info --json '" + (dir / "t.dbf").string() + "'");
-    EXPECT_NE(byLdid.out.find("\"code_page\": 866"), std::string::npos) << byLdid.out;
-    EXPECT_NE(byLdid.out.find("\"reason\": \"language driver byte\""), std::string::npos);
-
-    WriteBytes(dir / "t.dbf", DbfHeader(0));
+    auto table = [&](unsigned char ldid) {
+        std::vector<unsigned char> header(33, 0);
+        header[0] = 0x03;
+        header[8] = 33;
+        header[10] = 1;
+        header[29] = ldid;
+        header[32] = 0x0D;
+        WriteBytes(dir / "t.dbf", header);
+        return RunTool("codepage info --json " + Quote(dir / "t.dbf")).out;
+    };
+    auto byLdid = table(0x26);
+    EXPECT_NE(byLdid.find("\"code_page\": 866"), std::string::npos) << byLdid;
+    EXPECT_NE(byLdid.find("\"reason\": \"language driver byte\""), std::string::npos);
     WriteBytes(dir / "t.cpg", {'U', 'T', 'F', '-', '8'});
-    auto byCpg = RunTool("codepage info --json '" + (dir / "t.dbf").string() + "'");
-    EXPECT_NE(byCpg.out.find("\"code_page\": 65001"), std::string::npos) << byCpg.out;
-    EXPECT_NE(byCpg.out.find("\"reason\": \".cpg file\""), std::string::npos);
+    auto byCpg = table(0);
+    EXPECT_NE(byCpg.find("\"code_page\": 65001"), std::string::npos) << byCpg;
+    EXPECT_NE(byCpg.find("\"reason\": \".cpg file\""), std::string::npos);
 
     WriteBytes(dir / "short.dbf", {0x03});
-    auto bad = RunTool("codepage info '" + (dir / "short.dbf").string() + "'");
-    EXPECT_EQ(bad.exitCode, 1);
-    EXPECT_NE(bad.err.find("short.dbf"), std::string::npos);
+    EXPECT_NE(ExpectOneLineFailure("codepage info " + Quote(dir / "short.dbf")).err.find("short.dbf"),
+              std::string::npos);
 }
 
 }  // namespace

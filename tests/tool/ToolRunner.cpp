@@ -1,7 +1,9 @@
 #include "ToolRunner.h"
 
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
@@ -30,6 +32,16 @@ ToolResult RunTool(const std::string& args, const std::string& input) {
     result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     result.out = Slurp(out);
     result.err = Slurp(err);
+    return result;
+}
+
+std::string Quote(const std::filesystem::path& path) { return "'" + path.string() + "'"; }
+
+ToolResult ExpectOneLineFailure(const std::string& args) {
+    auto result = RunTool(args);
+    EXPECT_EQ(result.exitCode, 1) << args;
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << args << ": " << result.err;
+    EXPECT_TRUE(result.out.empty()) << args << ": " << result.out;
     return result;
 }
 
