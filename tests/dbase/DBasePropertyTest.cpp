@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
-#include <cmath>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -15,24 +15,75 @@
 namespace quillet {
 namespace {
 
-// The kinds of field the model knows, indexed by Kind.
+// The model keeps each field as it reads through the getter of its kind
+// (Read): what was set, or what a null field (spaces) and a fresh column's
+// zero bytes read as.
 enum Kind { kText, kInteger, kDecimal, kDate, kLogical, kKinds };
-const test::FieldSpec kKindFields[kKinds] = {{L"", DBase::qovaCharacter, 8, 0},
-                                             {L"", DBase::qovaNumeric, 10, 0},
-                                             {L"", DBase::qovaNumeric, 12, 3},
-                                             {L"", DBase::qovaDate, 8, 0},
-                                             {L"", DBase::qovaLogical, 1, 0}};
-
-// A value as the model knows it: null (spaces), zero bytes (a column added to
-// a table with records), or what was set.
-struct Value {
-    enum { kNull, kZero, kSet } state = kNull;
-    std::wstring text;    // texts and dates
-    int64_t integer = 0;  // integers, decimals in thousandths, logicals
+struct KindInfo {
+    DBase::qovaDataType type;
+    int width, decimals;
+    std::wstring null, zero;
 };
+const KindInfo kKindInfo[kKinds] = {{DBase::qovaCharacter, 8, 0, L" ", L""},
+                                    {DBase::qovaNumeric, 10, 0, L"0", L"0"},
+                                    {DBase::qovaNumeric, 12, 3, L"0.000", L"0.000"},
+                                    {DBase::qovaDate, 8, 0, std::wstring(8, L' '), std::wstring(8, L'\0')},
+                                    {DBase::qovaLogical, 1, 0, L"0", L"0"}};
+
+std::wstring Read(DBase& table, int f, Kind kind) {
+    switch (kind) {
+        case kText:
+            return table.GetFieldString(f).str();
+        case kInteger:
+            return std::to_wstring(table.GetFieldInteger(f));
+        case kDecimal:
+            return String::Formatted(L"%.3f", table.GetFieldDouble(f)).str();
+        case kDate: {
+            DBase::DateRec date = table.GetFieldDate(f);
+            return std::wstring(date.year, 4) + std::wstring(date.month, 2) + std::wstring(date.day, 2);
+        }
+        default:
+            return table.GetFieldLogical(f) ? L"1" : L"0";
+    }
+}
+
+// Sets field `f` of the current record from `c` through the setter of its
+// kind; returns what it must read as.
+std::wstring Set(DBase& table, int f, Kind kind, int64_t c) {
+    int64_t n = c < 0 ? -c : c;
+    switch (kind) {
+        case kText: {
+            std::wstring text;
+            for (int i = 0; i <= n % 10; ++i) text += L"abcxyz"[(c >> i) & 3];
+            RC_ASSERT(table.SetFieldString(f, text));
+            return text.substr(0, 8);
+        }
+        case kInteger:
+            RC_ASSERT((c % 2 == 0 ? table.SetFieldInteger(f, static_cast<int32_t>(c))
+                                  : table.SetFieldString(f, std::to_wstring(c))));
+            return std::to_wstring(c);
+        case kDecimal:
+            RC_ASSERT(table.SetFieldDouble(f, static_cast<double>(c) / 1000.0));
+            return String::Formatted(L"%.3f", static_cast<double>(c) / 1000.0).str();
+        case kDate: {
+            std::wstring text = String::Formatted(L"%04d%02d%02d", 1900 + static_cast<int>(n % 200),
+                                                  1 + static_cast<int>(n & 7), 10 + static_cast<int>((n >> 3) & 15))
+                                    .str();
+            DBase::DateRec date;
+            std::copy(text.begin(), text.begin() + 4, date.year);
+            std::copy(text.begin() + 4, text.begin() + 6, date.month);
+            std::copy(text.begin() + 6, text.end(), date.day);
+            RC_ASSERT(table.SetFieldDate(f, date));
+            return text;
+        }
+        default:
+            RC_ASSERT(table.SetFieldLogical(f, c % 2 != 0));
+            return c % 2 != 0 ? L"1" : L"0";
+    }
+}
 
 struct Row {
-    std::vector<Value> values;
+    std::vector<std::wstring> values;
     bool deleted = false;
 };
 
@@ -46,6 +97,27 @@ struct Model {
         std::erase_if(rows, [](const Row& row) { return row.deleted; });
     }
 };
+
+void CheckTable(DBase& table, const Model& model) {
+    RC_ASSERT(table.GetNumFields() == static_cast<int>(model.columns.size()));
+    RC_ASSERT(table.GetNumRecords() == static_cast<int32_t>(model.rows.size()));
+    for (int f = 0; f < table.GetNumFields(); ++f) {
+        RC_ASSERT(table.GetFieldName(f).str() == model.columns[static_cast<size_t>(f)].first);
+    }
+    for (int r = 0; r < table.GetNumRecords(); ++r) {
+        const Row& row = model.rows[static_cast<size_t>(r)];
+        RC_ASSERT(table.IsRecordDeleted(r) == row.deleted);
+        for (int f = 0; f < table.GetNumFields(); ++f) {
+            RC_ASSERT(Read(table, f, model.columns[static_cast<size_t>(f)].second) ==
+                      row.values[static_cast<size_t>(f)]);
+        }
+    }
+}
+
+void Reopen(DBase& table) {
+    RC_ASSERT(table.Close());
+    RC_ASSERT(test::OpenTable(table));
+}
 
 struct Op {
     int kind;  // see Apply
@@ -62,112 +134,33 @@ rc::Gen<Op> GenOp() {
         rc::gen::set(&Op::c, rc::gen::inRange<int64_t>(-99999999, 99999999)));
 }
 
-// Sets field `f` of the current record from `c` and records it in `value`.
-void Set(DBase& table, int f, Kind kind, int64_t c, Value& value) {
-    value.state = Value::kSet;
-    int64_t n = c < 0 ? -c : c;
-    switch (kind) {
-        case kText:
-            value.text.clear();
-            for (int i = 0; i <= n % 10; ++i) value.text += L"abcxyz"[(c >> i) & 3];
-            RC_ASSERT(table.SetFieldString(f, value.text));
-            value.text.resize(std::min<size_t>(value.text.size(), 8));
-            break;
-        case kInteger:
-            RC_ASSERT((c % 2 == 0 ? table.SetFieldInteger(f, static_cast<int32_t>(c))
-                                  : table.SetFieldString(f, std::to_wstring(c))));
-            value.integer = c;
-            break;
-        case kDecimal:
-            RC_ASSERT(table.SetFieldDouble(f, static_cast<double>(c) / 1000.0));
-            value.integer = c;
-            break;
-        case kDate: {
-            value.text = String::Formatted(L"%04d%02d%02d", 1900 + static_cast<int>(n % 200),
-                                           1 + static_cast<int>(n & 7), 10 + static_cast<int>((n >> 3) & 15))
-                             .str();
-            DBase::DateRec date;
-            std::copy(value.text.begin(), value.text.begin() + 4, date.year);
-            std::copy(value.text.begin() + 4, value.text.begin() + 6, date.month);
-            std::copy(value.text.begin() + 6, value.text.end(), date.day);
-            RC_ASSERT(table.SetFieldDate(f, date));
-            break;
-        }
-        default:
-            RC_ASSERT(table.SetFieldLogical(f, c % 2 != 0));
-            value.integer = c % 2 != 0;
-            break;
-    }
-}
-
-void CheckValue(DBase& table, int f, Kind kind, const Value& value) {
-    bool set = value.state == Value::kSet;
-    switch (kind) {
-        case kText:
-            RC_ASSERT(table.GetFieldString(f).str() == (set ? value.text : value.state == Value::kNull ? L" " : L""));
-            break;
-        case kInteger:
-            RC_ASSERT(table.GetFieldInteger(f) == (set ? value.integer : 0));
-            break;
-        case kDecimal:
-            RC_ASSERT(std::fabs(table.GetFieldDouble(f) - (set ? static_cast<double>(value.integer) / 1000.0 : 0.0)) <
-                      1e-6);
-            break;
-        case kDate: {
-            DBase::DateRec date = table.GetFieldDate(f);
-            std::wstring text = std::wstring(date.year, 4) + std::wstring(date.month, 2) + std::wstring(date.day, 2);
-            RC_ASSERT(text == (set ? value.text : std::wstring(8, value.state == Value::kNull ? L' ' : L'\0')));
-            break;
-        }
-        default:
-            RC_ASSERT(table.GetFieldLogical(f) == (set && value.integer != 0));
-            break;
-    }
-}
-
-void CheckTable(DBase& table, const Model& model) {
-    RC_ASSERT(table.GetNumFields() == static_cast<int>(model.columns.size()));
-    RC_ASSERT(table.GetNumRecords() == static_cast<int32_t>(model.rows.size()));
-    for (int f = 0; f < table.GetNumFields(); ++f) {
-        RC_ASSERT(table.GetFieldName(f).str() == model.columns[static_cast<size_t>(f)].first);
-    }
-    for (int r = 0; r < table.GetNumRecords(); ++r) {
-        const Row& row = model.rows[static_cast<size_t>(r)];
-        RC_ASSERT(table.IsRecordDeleted(r) == row.deleted);
-        for (int f = 0; f < table.GetNumFields(); ++f) {
-            CheckValue(table, f, model.columns[static_cast<size_t>(f)].second, row.values[static_cast<size_t>(f)]);
-        }
-    }
-}
-
-void Reopen(DBase& table) {
-    RC_ASSERT(table.Close());
-    RC_ASSERT(test::OpenTable(table));
-}
-
 void Apply(DBase& table, Model& model, const Op& op) {
     int count = static_cast<int>(model.rows.size());
     bool pending = model.pendingAppend;
     model.pendingAppend = false;
     switch (op.kind) {
-        case 0:  // append
+        case 0: {  // append
             RC_ASSERT(table.AddRecord());
-            model.rows.push_back({std::vector<Value>(model.columns.size()), false});
+            Row row;
+            for (const auto& column : model.columns) row.values.push_back(kKindInfo[column.second].null);
+            model.rows.push_back(row);
             model.pendingAppend = true;
             break;
+        }
         case 1: {  // set a field of a record; a deleted one refuses
             if (count == 0) break;
             int r = op.a % count, f = op.b % static_cast<int>(model.columns.size());
             Row& row = model.rows[static_cast<size_t>(r)];
+            Kind kind = model.columns[static_cast<size_t>(f)].second;
             RC_ASSERT(table.MoveTo(r));
             if (row.deleted) {
                 RC_ASSERT(!table.SetFieldNull(f));
                 RC_ASSERT(table.GetLastStatus() == DBase::kStatusNoRecord);
             } else if (op.c % 7 == 0) {
                 RC_ASSERT(table.SetFieldNull(f));
-                row.values[static_cast<size_t>(f)] = Value();
+                row.values[static_cast<size_t>(f)] = kKindInfo[kind].null;
             } else {
-                Set(table, f, model.columns[static_cast<size_t>(f)].second, op.c, row.values[static_cast<size_t>(f)]);
+                row.values[static_cast<size_t>(f)] = Set(table, f, kind, op.c);
             }
             break;
         }
@@ -187,12 +180,12 @@ void Apply(DBase& table, Model& model, const Op& op) {
             break;
         case 4: {  // add a column (the table is closed, compacted and reopened)
             Kind kind = static_cast<Kind>(op.b % kKinds);
+            const KindInfo& info = kKindInfo[kind];
             std::wstring name = L"X" + std::to_wstring(model.nextColumn++);
-            const test::FieldSpec& spec = kKindFields[kind];
-            RC_ASSERT(table.AddColumn(name, spec.type, spec.width, spec.decimals));
+            RC_ASSERT(table.AddColumn(name, info.type, info.width, info.decimals));
             model.Compact();
             model.columns.emplace_back(name, kind);
-            for (Row& row : model.rows) row.values.push_back(Value{Value::kZero, {}, 0});
+            for (Row& row : model.rows) row.values.push_back(info.zero);
             break;
         }
         case 5: {  // drop a column, keeping at least one
@@ -223,8 +216,7 @@ RC_GTEST_PROP(DBaseProperty, MatchesAModelOfTheTable, ()) {
     model.columns = {{L"TEXT", kText}, {L"COUNT", kInteger}, {L"PRICE", kDecimal}, {L"DAY", kDate}, {L"OK", kLogical}};
     std::vector<test::FieldSpec> specs;
     for (const auto& [name, kind] : model.columns) {
-        specs.push_back(kKindFields[kind]);
-        specs.back().name = name;
+        specs.push_back({name, kKindInfo[kind].type, kKindInfo[kind].width, kKindInfo[kind].decimals});
     }
     test::CreateTable(path, specs);
     DBase table(path);
