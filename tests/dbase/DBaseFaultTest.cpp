@@ -26,15 +26,12 @@ protected:
     void SetUp() override {
         path_ = tables_.Wide("f.dbf");
         test::CreateTable(path_, {{L"NAME", DBase::qovaCharacter, 20, 0}, {L"VALUE", DBase::qovaNumeric, 10, 2}});
-        DBase table(path_);
-        ASSERT_TRUE(table.Open(false, false, CodePage::qovaCodePageDefault));
         // Enough records that the copies take several 2048-byte chunks.
+        std::vector<std::vector<std::wstring>> rows;
         for (int i = 0; i < 300; ++i) {
-            ASSERT_TRUE(table.AddRecord());
-            ASSERT_TRUE(table.SetFieldString(0, String::Formatted(L"record %d", i)));
-            ASSERT_TRUE(table.SetFieldDouble(1, i * 1.25));
+            rows.push_back({L"record " + std::to_wstring(i), String::Formatted(L"%.2f", i * 1.25).str()});
         }
-        ASSERT_TRUE(table.Close());
+        test::AppendRows(path_, rows);
         original_ = ReadBytes(tables_ / "f.dbf");
         // Records marked deleted on disk, as a commit of deletions leaves them.
         for (int record : {1, 7, 299}) original_[static_cast<size_t>(97 + record * 31)] = '*';

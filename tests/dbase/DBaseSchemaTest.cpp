@@ -92,26 +92,6 @@ TEST_F(DBaseSchema, AddingToAnEmptyTableGrowsItBy32Bytes) {
     EXPECT_EQ(table.GetFieldDecimals(2), 3);
 }
 
-TEST_F(DBaseSchema, AddingToATableWithRecordsDropsDeletedAndZeroFills) {
-    Fill(3);
-    DBase table(path_);
-    ASSERT_TRUE(OpenTable(table, false, true));
-    ASSERT_TRUE(table.DeleteRecord(1));
-    ASSERT_TRUE(table.Flush());  // marked, not yet compacted
-    ASSERT_TRUE(table.AddColumn(L"WHEN", DBase::qovaDate, 8, 0));
-    EXPECT_TRUE(table.IsOpen());  // reopened as it was
-    EXPECT_EQ(table.GetLastStatus(), DBase::kStatusOk);
-    ASSERT_EQ(table.GetNumRecords(), 2);
-    ASSERT_EQ(table.GetNumFields(), 3);
-    ASSERT_TRUE(table.MoveTo(1));
-    EXPECT_EQ(table.GetFieldString(0), String(L"r2"));
-    EXPECT_EQ(std::string(table.GetFieldPointer(2), 8), std::string(8, '\0'));
-    EXPECT_EQ(table.GetFieldString(2), String());
-    ASSERT_TRUE(table.SetFieldString(2, L"2020-05-06"));
-    ASSERT_TRUE(table.Close());
-    EXPECT_EQ(Bytes().size(), 33u + 3 * 32 + 2 * 20 + 1);
-}
-
 TEST_F(DBaseSchema, RefusedChangesLeaveTheFileAlone) {
     Fill(1);
     auto before = Bytes();
