@@ -28,9 +28,11 @@ Bytes Record(size_t length, unsigned char seed) {
     return bytes;
 }
 
-int32_t BE(const Bytes& bytes, size_t offset) { return static_cast<int32_t>(DecodeFixed32BE(&bytes[offset])); }
-int32_t LE(const Bytes& bytes, size_t offset) { return static_cast<int32_t>(DecodeFixed32LE(&bytes[offset])); }
-void SetBE(Bytes& bytes, size_t offset, int32_t value) { EncodeFixed32BE(&bytes[offset], static_cast<uint32_t>(value)); }
+int32_t BE(const Bytes& b, size_t at) { return static_cast<int32_t>(DecodeFixed32BE(&b[at])); }
+int32_t LE(const Bytes& b, size_t at) { return static_cast<int32_t>(DecodeFixed32LE(&b[at])); }
+void SetBE(Bytes& b, size_t at, int32_t value) {
+    EncodeFixed32BE(&b[at], static_cast<uint32_t>(value));
+}
 
 Bytes ReadAll(VFile& file, int32_t n) {
     int32_t length = file.GetRecordLength(n);
@@ -51,7 +53,8 @@ void WriteFile(const std::wstring& path, const std::vector<size_t>& lengths,
     ASSERT_TRUE(file.WriteUserHeader(kUserHeader.data(), 72));
     for (size_t i = 0; i < lengths.size(); ++i) {
         Bytes bytes = Record(lengths[i], static_cast<unsigned char>(i * 16));
-        ASSERT_EQ(file.WriteNextRecord(bytes.data(), static_cast<int32_t>(bytes.size())), static_cast<int32_t>(i));
+        auto length = static_cast<int32_t>(bytes.size());
+        ASSERT_EQ(file.WriteNextRecord(bytes.data(), length), static_cast<int32_t>(i));
     }
     ASSERT_TRUE(file.Close());
 }
@@ -82,7 +85,8 @@ TEST(VFileLayout, BigEndianIndexedFileMatchesTheFormat) {
     EXPECT_TRUE(std::equal(data.begin(), data.begin() + 100, index.begin()));
     // Record headers: number + 1 and length in words. Index entries: offset
     // and length in words.
-    const std::pair<size_t, int32_t> words[] = {{100, 1}, {104, 2}, {112, 2}, {116, 10}, {140, 3}, {144, 3}};
+    const std::pair<size_t, int32_t> words[] = {{100, 1}, {104, 2}, {112, 2},
+                                                {116, 10}, {140, 3}, {144, 3}};
     for (auto [offset, value] : words) EXPECT_EQ(BE(data, offset), value) << offset;
     const int32_t entries[] = {50, 2, 56, 10, 70, 3};
     for (size_t i = 0; i < 6; ++i) EXPECT_EQ(BE(index, 100 + 4 * i), entries[i]) << i;
@@ -225,11 +229,17 @@ TEST(VFileBadInput, DamagedFilesFailToOpenOrReadOnlyWhatIsWhole) {
         {"record 1 starts at the end, record 2 is huge",
          [&](Bytes&, Bytes& i) { SetBE(i, 108, dataWords); SetBE(i, 120, 1000000); }, 3, 1},
         {"negative and huge lengths, a negative offset",
-         [](Bytes&, Bytes& i) { SetBE(i, 104, -5); SetBE(i, 112, INT32_MAX); SetBE(i, 116, -1); }, 3, 0},
+         [](Bytes&, Bytes& i) {
+             SetBE(i, 104, -5);
+             SetBE(i, 112, INT32_MAX);
+             SetBE(i, 116, -1);
+         },
+         3, 0},
         {"a huge fixed record length", [](Bytes& d, Bytes&) { SetBE(d, 8, INT32_MAX); }, 0, 0},
         {"data cut short, a partial index entry",
          [](Bytes& d, Bytes& i) { d.resize(d.size() - 5); i.push_back(1); }, 3, 2},
-        {"junk past the stated index length", [](Bytes&, Bytes& i) { i.resize(i.size() + 40, 0xEE); }, 3, 3},
+        {"junk past the stated index length",
+         [](Bytes&, Bytes& i) { i.resize(i.size() + 40, 0xEE); }, 3, 3},
         {"stated index length past the file: what the file holds",
          [](Bytes&, Bytes& i) { i.resize(i.size() + 40, 0xEE); SetBE(i, 24, 1000000); }, 8, 3},
         {"negative stated index length", [](Bytes&, Bytes& i) { SetBE(i, 24, -7); }, 0, 0},

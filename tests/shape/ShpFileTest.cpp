@@ -178,7 +178,8 @@ TEST(ShpFilePeerSamples, EveryIndexedSampleOpensAndEveryRecordReads) {
         if (entry.path().extension() != ".shp") continue;
         std::string narrow = entry.path().string();
         ShpFile shp(std::wstring(narrow.begin(), narrow.end()).c_str());
-        bool hasIndex = std::filesystem::exists(std::filesystem::path(entry.path()).replace_extension(".shx"));
+        auto index = std::filesystem::path(entry.path()).replace_extension(".shx");
+        bool hasIndex = std::filesystem::exists(index);
         if (!shp.Open(true, false, false)) {
             EXPECT_TRUE(!hasIndex || entry.path().stem() == "corrupt_too_long") << narrow;
             continue;

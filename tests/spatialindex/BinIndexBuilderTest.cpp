@@ -72,7 +72,8 @@ Features operator+(Features a, const Features& b) {
 
 TEST(BinIndexBuilderTest, WritesABigEndianDoubleHeaderAndDeletesBothFiles) {
     TempDir dir;
-    ASSERT_TRUE(BuildIndex(dir / "h.sbn", Layer{WKSEnvelope{-1.5, 2.25, 1e6, 3e6}, {WKSEnvelope{0, 3, 1, 4}}}));
+    Layer layer{WKSEnvelope{-1.5, 2.25, 1e6, 3e6}, {WKSEnvelope{0, 3, 1, 4}}};
+    ASSERT_TRUE(BuildIndex(dir / "h.sbn", layer));
     auto bytes = ReadBytes(dir / "h.sbn");
     ASSERT_GE(bytes.size(), 100u);
     EXPECT_EQ(DecodeFixed32BE(&bytes[0]), 9994u);
@@ -113,16 +114,20 @@ TEST(BinIndexBuilderTest, BinMapAndRecordsHoldEachFeatureOnceInBinOrder) {
     } cases[] = {
         {"across the centre: the root, whatever the depth", kGrid, 1000,
          {{7, WKSEnvelope{100, 10, 200, 20}}}, {1}, {2}, {{7}}},
-        {"only null shapes: an empty root, no records", kNull, 2, {{1, kNull}, {2, kNull}}, {0}, {-1}, {}},
-        {"a layer of one point: box (0, 0, 1, 1) takes the lower halves", point, 30, Many(1, 30, point),
+        {"only null shapes: an empty root, no records", kNull, 2, {{1, kNull}, {2, kNull}},
+         {0}, {-1}, {}},
+        {"a layer of one point: box (0, 0, 1, 1) takes the lower halves", point, 30,
+         Many(1, 30, point),
          {0, 0, 0, 0, 0, 0, 30}, {-1, -1, -1, -1, -1, -1, 2}, {Iota(1, 30)}},
         {"sparse siblings merge into their parent, its own features first", kGrid, 25,
          sixAndSeven + Features{{5, kInBin3}, {6, kInBin6}, {7, kInBin7}, {8, kInBin7}},
          {0, 0, 8}, {-1, -1, 2}, {{5, 1, 3, 6, 2, 4, 7, 8}}},
         {"a parent without features of its own reserves its record in order", kGrid, 25,
-         sixAndSeven + Features{{5, WKSEnvelope{200, 10, 210, 200}}, {6, kInBin6}, {7, kInBin7}, {8, kInBin7}},
+         sixAndSeven + Features{{5, WKSEnvelope{200, 10, 210, 200}}, {6, kInBin6}, {7, kInBin7},
+                                {8, kInBin7}},
          {0, 1, 7}, {-1, 2, 3}, {{5}, {1, 3, 6, 2, 4, 7, 8}}},
-        {"grandchildren at or past the highest used bin are not looked at", kGrid, 100, grandchildren,
+        {"grandchildren at or past the highest used bin are not looked at", kGrid, 100,
+         grandchildren,
          {0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 0, 8}, {-1, -1, 2, -1, -1, -1, -1, -1, -1, -1, -1, 3},
          {{1, 2}, Iota(3, 10)}},
         {"features below 6 keep 6 and 7 apart (15 merges into 7)", kGrid, 100,
@@ -130,7 +135,8 @@ TEST(BinIndexBuilderTest, BinMapAndRecordsHoldEachFeatureOnceInBinOrder) {
          {0, 0, 0, 0, 0, 1, 2, 0, 0, 0, 0, 8}, {-1, -1, -1, -1, -1, 2, 3, -1, -1, -1, -1, 4},
          {{1}, {2, 11}, Iota(3, 10)}},
         {"full bins take consecutive records of a hundred", kGrid, 255,
-         Many(1, 250, WKSEnvelope{100, 100, 200, 200}) + Many(251, 5, WKSEnvelope{200, 10, 210, 20}),
+         Many(1, 250, WKSEnvelope{100, 100, 200, 200}) +
+             Many(251, 5, WKSEnvelope{200, 10, 210, 20}),
          {250, 5}, {2, 5}, {Iota(1, 100), Iota(101, 200), Iota(201, 250), Iota(251, 255)}},
     };
     for (const Case& c : cases) {

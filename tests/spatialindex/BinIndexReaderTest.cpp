@@ -81,12 +81,15 @@ TEST(BinIndexReaderTest, SearchesFindWhatTheFileHolds) {
                       {Entry(8)}}},
          WKSEnvelope{90, 90, 254, 254}, {6, 7}},
         {"bin 2 names records past the end, bin 3 claims 5 entries and 2 are there",
-         {.bins = {{2, 1}, {50, 3}, {3, 5}}, .records = {{Entry(1)}, {Entry(2), Entry(3)}}}, kMostOfIt,
-         {1, 2, 3}},
-        {"bins beyond the map are not searched", {.bins = {{-1, 0}}, .records = {{Entry(1)}}}, kMostOfIt, {}},
+         {.bins = {{2, 1}, {50, 3}, {3, 5}}, .records = {{Entry(1)}, {Entry(2), Entry(3)}}},
+         kMostOfIt, {1, 2, 3}},
+        {"bins beyond the map are not searched", {.bins = {{-1, 0}}, .records = {{Entry(1)}}},
+         kMostOfIt, {}},
         {"no map record", {.bins = {{2, 1}}, .mapLength = 0, .records = {}}, kMostOfIt, {}},
-        {"a map record too short for a bin", {.bins = {{2, 1}}, .mapLength = 6, .records = {}}, kMostOfIt, {}},
-        {"no map, but the whole extent needs none", {.bins = {{2, 1}}, .mapLength = 4, .records = {}},
+        {"a map record too short for a bin", {.bins = {{2, 1}}, .mapLength = 6, .records = {}},
+         kMostOfIt, {}},
+        {"no map, but the whole extent needs none",
+         {.bins = {{2, 1}}, .mapLength = 4, .records = {}},
          WKSEnvelope{0, 0, 255, 255}, {1, 2, 3, 4}},
     };
     for (const Case& c : cases) {
@@ -131,7 +134,7 @@ TEST(BinIndexReaderTest, TruncatedAndForeignFilesGiveAnEmptyIndex) {
     WriteRaw(dir / "t.sbn", raw);
     auto bytes = ReadBytes(dir / "t.sbn");
     for (size_t keep : {0, 4, 60, 99}) {
-        WriteBytes(dir / "cut.sbn", std::vector<unsigned char>(bytes.begin(), bytes.begin() + keep));
+        WriteBytes(dir / "cut.sbn", {bytes.begin(), bytes.begin() + static_cast<long>(keep)});
         std::filesystem::copy_file(dir / "t.sbx", dir / "cut.sbx",
                                    std::filesystem::copy_options::overwrite_existing);
         EXPECT_FALSE(BinIndex(dir.Wide("cut.sbn").c_str()).IsOpen()) << keep;

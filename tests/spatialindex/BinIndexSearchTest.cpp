@@ -50,7 +50,8 @@ bool CheckWindow(BinIndex& index, const Layer& layer, const WKSEnvelope& window)
 }
 
 // Random windows around `around`, then one around the whole extent.
-void CheckLayer(const Layer& layer, std::mt19937_64& random, int windows, const WKSEnvelope& around) {
+void CheckLayer(const Layer& layer, std::mt19937_64& random, int windows,
+                const WKSEnvelope& around) {
     TempDir dir;
     auto path = dir / "layer.sbn";
     ASSERT_TRUE(BuildIndex(path, layer));
@@ -93,7 +94,9 @@ TEST(BinIndexSearchTest, WindowTouchingTheExtentFindsTheFeaturesOnThatEdge) {
     TempDir dir;
     ASSERT_TRUE(BuildIndex(dir / "e.sbn", layer));
     auto found = Find(dir / "e.sbn", WKSEnvelope{100, -10, 150, 110});
-    for (int i = 0; i <= 100; ++i) EXPECT_TRUE(std::binary_search(found.begin(), found.end(), 2 * i + 1)) << i;
+    for (int i = 0; i <= 100; ++i) {
+        EXPECT_TRUE(std::binary_search(found.begin(), found.end(), 2 * i + 1)) << i;
+    }
 }
 
 TEST(BinIndexSearchTest, WholeExtentAddsAllFeaturesEvenOutsideIt) {
@@ -111,7 +114,8 @@ TEST(BinIndexSearchTest, EmptyQueriesAndMissingIndexFindNothing) {
     // Holds the missing index's extent 0, 0, 0, 0, which has no features.
     EXPECT_TRUE(Find(dir / "none.sbn", WKSEnvelope{-1, -1, 1, 1}).empty());
 
-    ASSERT_TRUE(BuildIndex(dir / "one.sbn", Layer{WKSEnvelope{0, 0, 10, 10}, {WKSEnvelope{1, 1, 2, 2}}}));
+    Layer one{WKSEnvelope{0, 0, 10, 10}, {WKSEnvelope{1, 1, 2, 2}}};
+    ASSERT_TRUE(BuildIndex(dir / "one.sbn", one));
     EXPECT_TRUE(Find(dir / "one.sbn", WKSEnvelope{0, 0, -1, -1}).empty());
     RecNumSet found;
     EXPECT_EQ(BinIndex(dir.Wide("one.sbn").c_str()).Search(nullptr, &found), 0);

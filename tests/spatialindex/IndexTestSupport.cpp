@@ -20,9 +20,8 @@ std::wstring WidePath(const std::filesystem::path& path) {
 bool BuildIndex(const std::filesystem::path& path, const Layer& layer) {
     BinIndexBuilder builder;
     Envelope extent(layer.extent);
-    if (!builder.Create(WidePath(path).c_str(), static_cast<int32_t>(layer.boxes.size()), &extent)) {
-        return false;
-    }
+    auto count = static_cast<int32_t>(layer.boxes.size());
+    if (!builder.Create(WidePath(path).c_str(), count, &extent)) return false;
     for (size_t i = 0; i < layer.boxes.size(); ++i) {
         Envelope box(layer.boxes[i]);
         if (!builder.AddFeature(static_cast<int32_t>(i + 1), &box)) return false;
