@@ -2,6 +2,7 @@
 // kinds and the system code pages.
 
 #include "codepage/CodePage.h"
+#include "codepage/ReverseByteIndex.h"
 
 #include <climits>
 #include <cwchar>

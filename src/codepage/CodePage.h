@@ -142,8 +142,12 @@ public:
     void init_arab7(const wchar_t* path);
 
 private:
+    struct ReverseByteIndex;
+
     bool SelectCodePage(uint32_t codePage);
     bool HasArabicTables() const { return arabToWindows_ != nullptr; }
+    // The byte the 8-bit tables give a character, '_' when none.
+    int ByteOf(wchar_t ch) const;
     void LoadByteTable(const wchar_t* path);
 
     uint32_t codePageId_ = 0;
@@ -153,6 +157,7 @@ private:
     // Unicode values of the bytes 0x80..0xFF (entry = byte - 128).
     std::unique_ptr<uint16_t[]> forwardTable_;
     std::unique_ptr<ReverseByteMap> reverseMap_;
+    std::unique_ptr<ReverseByteIndex> reverseIndex_;  // reverseMap_ for constant-time lookups
     uint32_t arabicMajor_ = 0;
     std::unique_ptr<unsigned char[]> arabToWindows_;    // 256 bytes
     std::unique_ptr<unsigned char[]> arabFromWindows_;  // 256 bytes

@@ -9,6 +9,7 @@
 
 #include "codepage/CodePage.h"
 #include "codepage/LdidRows.h"
+#include "codepage/ReverseByteIndex.h"
 #include "codepage/TableFile.h"
 #include "foundation/Locale.h"
 
@@ -85,6 +86,9 @@ void CodePage::LoadByteTable(const wchar_t* path) {
     for (unsigned b = 0x80; b <= 0xFF; ++b) {
         reverseMap_->SetAt(entries[b - 0x80], static_cast<unsigned char>(b));
     }
+    reverseIndex_.reset(new (std::nothrow) ReverseByteIndex);
+    if (!reverseIndex_) return;
+    reverseMap_->ForEach([this](uint16_t unicode, unsigned char byte) { reverseIndex_->Set(unicode, byte); });
 }
 
 }  // namespace quillet

@@ -16,6 +16,8 @@
 #include <vector>
 
 #include "foundation/AsciiRun.h"
+#include "foundation/ByteToWide.h"
+#include "foundation/CodePointPages.h"
 #include "foundation/Locale.h"
 #include "foundation/Utf8.h"
 #include "foundation/Win32Error.h"
@@ -71,25 +73,14 @@ public:
                             Fallback& fallback) const = 0;
 };
 
-// A single-byte code page as two tables: byte -> wide, and wide -> byte through
-// 256-entry pages indexed by the high byte of the code point (page 0 of
-// pages_ is the shared empty page).
+// A single-byte code page as two tables: byte -> wide, and wide -> byte (the
+// lowest byte of a character that several bytes stand for).
 class SingleByteCodec final : public Codec {
 public:
     explicit SingleByteCodec(const std::array<wchar_t, 256>& toWide) : toWide_(toWide) {
-        pages_.emplace_back();
-        pages_[0].fill(-1);
-        pageOf_.fill(0);
         for (int b = 0; b < 256; ++b) {
             auto cp = static_cast<uint32_t>(toWide_[b]);
-            if (cp > 0xFFFF) continue;
-            uint8_t& page = pageOf_[cp >> 8];
-            if (page == 0) {
-                page = static_cast<uint8_t>(pages_.size());
-                pages_.push_back(pages_[0]);
-            }
-            int16_t& slot = pages_[page][cp & 0xFF];
-            if (slot < 0) slot = static_cast<int16_t>(b);
+            if (cp <= 0xFFFF && toByte_.Find(cp) < 0) toByte_.Set(static_cast<uint16_t>(cp), static_cast<int16_t>(b));
         }
     }
 
@@ -97,7 +88,8 @@ public:
                     bool) const override {
         if (!dst) return {Status::kOk, n, n};
         size_t count = n < room ? n : room;
-        for (size_t i = 0; i < count; ++i) dst[i] = toWide_[static_cast<unsigned char>(src[i])];
+        MapBytesToWide(reinterpret_cast<const unsigned char*>(src), count, dst,
+                       [this](unsigned char byte) { return toWide_[byte]; }, IsLargeWideOutput(count, room));
         return {count < n ? Status::kNoRoom : Status::kOk, count, count};
     }
 
@@ -106,7 +98,7 @@ public:
         Progress p;
         for (; p.in < n; ++p.in) {
             if (dst && p.out == room) return {Status::kNoRoom, p.in, p.out};
-            int byte = Lookup(src[p.in]);
+            int byte = toByte_.Find(static_cast<uint32_t>(src[p.in]));
             if (byte < 0) {
                 if (fallback.strict) return {Status::kInvalid, p.in, p.out};
                 fallback.used = true;
@@ -119,14 +111,8 @@ public:
     }
 
 private:
-    int Lookup(wchar_t wc) const {
-        auto cp = static_cast<uint32_t>(wc);
-        return cp > 0xFFFF ? -1 : pages_[pageOf_[cp >> 8]][cp & 0xFF];
-    }
-
     std::array<wchar_t, 256> toWide_;
-    std::array<uint8_t, 256> pageOf_;
-    std::vector<std::array<int16_t, 256>> pages_;
+    CodePointPages<int16_t, -1> toByte_;
 };
 
 class Utf8Codec final : public Codec {
@@ -366,7 +352,7 @@ public:
                 p.out += run;
                 if (p.in == n) break;
             }
-            uint16_t bytes = Lookup(src[p.in]);
+            uint16_t bytes = toBytes_.Find(static_cast<uint32_t>(src[p.in]));
             size_t length = bytes > 0xFF ? 2 : 1;
             // iconv also decides what a character that does not fit leaves in
             // the room (a lead byte, for some code pages).
@@ -391,11 +377,7 @@ private:
     static constexpr wchar_t kLead = -2;     // iconv waits for a second byte
     static constexpr uint16_t kUnknown = 0;  // not in the tables: ask iconv
 
-    explicit DoubleByteCodec(const std::string& name) : iconv_(name) {
-        rowOf_.fill(0);
-        pageOf_.fill(0);
-        pages_.emplace_back().fill(kUnknown);
-    }
+    explicit DoubleByteCodec(const std::string& name) : iconv_(name) { rowOf_.fill(0); }
 
     // What iconv makes of `bytes` alone: one character, kInvalid, kLead, or
     // nothing when it does anything else.
@@ -441,14 +423,8 @@ private:
     void FillEncodings(const IconvHandle& fromWide) {
         auto fill = [&](wchar_t wc) {
             auto cp = static_cast<uint32_t>(wc);
-            if (cp > 0xFFFF || cp == 0) return;
-            uint8_t& page = pageOf_[cp >> 8];
-            if (page == 0) {
-                page = static_cast<uint8_t>(pages_.size());
-                pages_.push_back(pages_[0]);
-            }
-            uint16_t& slot = pages_[page][cp & 0xFF];
-            if (slot == kUnknown) slot = EncodeAlone(fromWide, wc);
+            if (cp > 0xFFFF || cp == 0 || toBytes_.Find(cp) != kUnknown) return;
+            toBytes_.Set(static_cast<uint16_t>(cp), EncodeAlone(fromWide, wc));
         };
         for (wchar_t wc : single_) fill(wc);
         for (const auto& row : rows_) {
@@ -456,16 +432,10 @@ private:
         }
     }
 
-    uint16_t Lookup(wchar_t wc) const {
-        auto cp = static_cast<uint32_t>(wc);
-        return cp > 0xFFFF ? kUnknown : pages_[pageOf_[cp >> 8]][cp & 0xFF];
-    }
-
     std::array<wchar_t, 256> single_;
     std::array<uint8_t, 256> rowOf_;                 // the row of a lead byte's pairs
     std::vector<std::array<wchar_t, 256>> rows_;     // by trail byte
-    std::array<uint8_t, 256> pageOf_;                // as in SingleByteCodec
-    std::vector<std::array<uint16_t, 256>> pages_;
+    CodePointPages<uint16_t, kUnknown> toBytes_;
     IconvCodec iconv_;
 };
 
