@@ -3,36 +3,17 @@
 #include <nlohmann/json.hpp>
 
 #include "ToolRunner.h"
-#include "foundation/ByteOrder.h"
-#include "recordfile/VFile.h"
 #include "support/TestSupport.h"
 
 namespace quillet::test {
 namespace {
 
-// A point layer over 0..100 × 0..100: feature n + 1 is points[n]; a negative
-// x writes a null shape.
-void WritePointLayer(const std::filesystem::path& path,
-                     const std::vector<std::pair<double, double>>& points) {
-    std::string s = path.string();
-    VFile file(std::wstring(s.begin(), s.end()).c_str());
-    ASSERT_TRUE(file.Create(0, VFile::kReadWrite, false, VFile::kIndexed, 0));
-    unsigned char header[72] = {};
-    EncodeFixed32LE(header, 1000);
-    EncodeFixed32LE(header + 4, 1);
-    EncodeDoubleLE(header + 24, 100);
-    EncodeDoubleLE(header + 32, 100);
-    ASSERT_TRUE(file.WriteUserHeader(header, 72));
-    for (auto [x, y] : points) {
-        unsigned char record[20] = {};
-        if (x >= 0) {
-            EncodeFixed32LE(record, 1);
-            EncodeDoubleLE(record + 4, x);
-            EncodeDoubleLE(record + 12, y);
-        }
-        ASSERT_GE(file.WriteNextRecord(record, x >= 0 ? 20 : 4), 0);
-    }
-    ASSERT_TRUE(file.Close());
+// A point layer over 0..100 x 0..100: feature n + 1 is points[n]; a negative
+// x is a null shape.
+void WritePointLayer(const std::filesystem::path& path, const std::vector<std::pair<double, double>>& points) {
+    std::vector<std::vector<unsigned char>> records;
+    for (auto [x, y] : points) records.push_back(x >= 0 ? PointRecord(x, y) : std::vector<unsigned char>());
+    WriteLayer(path, ShpFile::qovaShapePoint, {0, 0, 100, 100}, records);
 }
 
 TEST(SbnCommandTest, BuildQueryAndInfo) {

@@ -15,27 +15,11 @@ namespace {
 
 using Json = nlohmann::json;
 
-std::vector<unsigned char> Point(double x, double y) {
-    std::vector<unsigned char> bytes(20);
-    EncodeFixed32LE(&bytes[0], ShpFile::qovaShapePoint);
-    EncodeDoubleLE(&bytes[4], x);
-    EncodeDoubleLE(&bytes[12], y);
-    return bytes;
-}
-
 // Three points, one null shape, then a short record that claims a polyline.
-void WriteLayer(const TempDir& dir, const std::string& name) {
-    ShpFile shp(dir.Wide(name).c_str());
-    ShpFile::DOUBLERECT box{1, 2, 5, 6};
-    ASSERT_TRUE(shp.Create(ShpFile::qovaShapePoint, &box));
-    for (int i = 0; i < 3; ++i) {
-        auto point = Point(1 + 2 * i, 2 + 2 * i);
-        ASSERT_TRUE(shp.InsertRecord(point.data(), 20));
-    }
-    ASSERT_TRUE(shp.InsertRecord(nullptr, 0));
-    unsigned char shortLine[8] = {3, 0, 0, 0, 0, 0, 0, 0};
-    ASSERT_TRUE(shp.InsertRecord(shortLine, 8));
-    ASSERT_TRUE(shp.SetProjectionString(L"PROJCS[\"x\"]", false));
+void WriteLayer(const TempDir& dir) {
+    test::WriteLayer(dir / "a.shp", ShpFile::qovaShapePoint, {1, 2, 5, 6},
+                     {PointRecord(1, 2), PointRecord(3, 4), PointRecord(5, 6), {}, {3, 0, 0, 0, 0, 0, 0, 0}});
+    WriteBytes(dir / "a.prj", {'P', 'R', 'O', 'J', 'C', 'S', '[', '"', 'x', '"', ']'});
 }
 
 // One row per shape: a name with a non-ASCII letter and a number.
@@ -55,7 +39,7 @@ void WriteTable(const std::wstring& path) {
 
 TEST(ShpCommandTest, InfoReportsTheHeaderWithTheFixedKeys) {
     TempDir dir;
-    WriteLayer(dir, "a.shp");
+    WriteLayer(dir);
     auto result = RunTool("shp info --json " + Quote(dir / "a.shp"));
     ASSERT_EQ(result.exitCode, 0) << result.err;
     EXPECT_EQ(Json::parse(result.out), Json::parse(R"({"shape_type": 1, "shape_type_name": "Point", "records": 5,
@@ -67,7 +51,7 @@ TEST(ShpCommandTest, InfoReportsTheHeaderWithTheFixedKeys) {
 
 TEST(ShpCommandTest, RecordsListsLiveRecordsWithTheirBoxes) {
     TempDir dir;
-    WriteLayer(dir, "a.shp");
+    WriteLayer(dir);
     auto result = RunTool("shp records --format jsonl " + Quote(dir / "a.shp"));
     ASSERT_EQ(result.exitCode, 0) << result.err;
     std::istringstream lines(result.out);
@@ -83,7 +67,7 @@ TEST(ShpCommandTest, RecordsListsLiveRecordsWithTheirBoxes) {
 
 TEST(ShpCommandTest, CopyAndPack) {
     TempDir dir;
-    WriteLayer(dir, "a.shp");
+    WriteLayer(dir);
     WriteTable(dir.Wide("a.dbf"));
     auto copy = RunTool("shp copy " + Quote(dir / "a.shp") + " " + Quote(dir / "b.shp"));
     ASSERT_EQ(copy.exitCode, 0) << copy.err;
@@ -111,7 +95,7 @@ TEST(ShpCommandTest, CopyAndPack) {
 
 TEST(ShpCommandTest, BadInputGivesOneLineAndExitOne) {
     TempDir dir;
-    WriteLayer(dir, "a.shp");
+    WriteLayer(dir);
     std::filesystem::remove(dir / "a.shx");
     WriteBytes(dir / "short.shp", {0, 0, 0x27, 0x0a});
     WriteBytes(dir / "short.shx", {0, 0, 0x27, 0x0a});
@@ -125,10 +109,7 @@ TEST(ShpCommandTest, BadInputGivesOneLineAndExitOne) {
 
 TEST(ShpCommandTest, InfoProbeTellsDataFromIndexFiles) {
     TempDir dir;
-    WriteLayer(dir, "a.shp");
-    {
-        ShpFile flush(dir.Wide("a.shp").c_str());
-    }
+    WriteLayer(dir);
     Json data = Json::parse(RunTool("info --json " + Quote(dir / "a.shp")).out);
     Json index = Json::parse(RunTool("info --json " + Quote(dir / "a.shx")).out);
     EXPECT_EQ(data["kind"], "shape data file");

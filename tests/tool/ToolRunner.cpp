@@ -8,6 +8,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "foundation/ByteOrder.h"
 #include "support/TestSupport.h"
 
 namespace quillet::test {
@@ -43,6 +44,24 @@ ToolResult ExpectOneLineFailure(const std::string& args) {
     EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << args << ": " << result.err;
     EXPECT_TRUE(result.out.empty()) << args << ": " << result.out;
     return result;
+}
+
+void WriteLayer(const std::filesystem::path& shp, ShpFile::qovaShapeTypeEnum type, ShpFile::DOUBLERECT box,
+                const std::vector<std::vector<unsigned char>>& records) {
+    ShpFile file(String::FromUtf8(shp.string()).c_str());
+    ASSERT_TRUE(file.Create(type, &box));
+    for (const auto& record : records) {
+        ASSERT_TRUE(file.InsertRecord(record.empty() ? nullptr : record.data(), static_cast<int32_t>(record.size())));
+    }
+    ASSERT_TRUE(file.Close());
+}
+
+std::vector<unsigned char> PointRecord(double x, double y) {
+    std::vector<unsigned char> bytes(20);
+    EncodeFixed32LE(&bytes[0], ShpFile::qovaShapePoint);
+    EncodeDoubleLE(&bytes[4], x);
+    EncodeDoubleLE(&bytes[12], y);
+    return bytes;
 }
 
 }  // namespace quillet::test

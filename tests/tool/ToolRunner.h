@@ -1,9 +1,13 @@
 #pragma once
 
-// Runs the built quillet program and captures what it prints.
+// Runs the built quillet program and captures what it prints, and writes
+// the shape layers its commands read.
 
 #include <filesystem>
 #include <string>
+#include <vector>
+
+#include "shape/ShpFile.h"
 
 namespace quillet::test {
 
@@ -23,5 +27,11 @@ std::string Quote(const std::filesystem::path& path);
 // Runs `quillet ARGS` and expects it to fail as bad input does: exit code 1,
 // nothing on standard output and one line on standard error.
 ToolResult ExpectOneLineFailure(const std::string& args);
+
+// Writes the layer `shp` (with its .shx) through ShpFile: one record per
+// entry of `records`, an empty one a null shape.
+void WriteLayer(const std::filesystem::path& shp, ShpFile::qovaShapeTypeEnum type, ShpFile::DOUBLERECT box,
+                const std::vector<std::vector<unsigned char>>& records);
+std::vector<unsigned char> PointRecord(double x, double y);
 
 }  // namespace quillet::test
