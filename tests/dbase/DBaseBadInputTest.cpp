@@ -53,7 +53,8 @@ TEST_F(DBaseBadInput, UnreadableHeadersFailWithStatus22) {
 }
 
 TEST_F(DBaseBadInput, OddHeaderLengthsStillOpen) {
-    for (int16_t headerLength : {int16_t(0), int16_t(10), int16_t(40), int16_t(63), int16_t(-300)}) {
+    for (int16_t headerLength :
+         {int16_t(0), int16_t(10), int16_t(40), int16_t(63), int16_t(-300)}) {
         ASSERT_TRUE(OpenBytes(RawTable(headerLength, 1, 0, {}, {}))) << headerLength;
         EXPECT_EQ(table_.GetNumFields(), 0);
         EXPECT_EQ(table_.GetLastStatus(), DBase::kStatusPastLastRecord);
@@ -105,10 +106,10 @@ TEST_F(DBaseBadInput, EndOfFileAndZeroBytesInsideRecords) {
 }
 
 TEST_F(DBaseBadInput, MalformedValuesAndMemoFields) {
-    auto bytes =
-        RawTable(33 + 4 * 32, 1 + 6 + 8 + 1 + 8, 1,
-                 {RawField("N", 'N', 6, 2), RawField("D", 'D', 8), RawField("L", 'L', 1), RawField("M", 'M', 8)},
-                 {" 1x2.5 20AB0101Q12345678"});
+    auto bytes = RawTable(33 + 4 * 32, 1 + 6 + 8 + 1 + 8, 1,
+                          {RawField("N", 'N', 6, 2), RawField("D", 'D', 8), RawField("L", 'L', 1),
+                           RawField("M", 'M', 8)},
+                          {" 1x2.5 20AB0101Q12345678"});
     ASSERT_TRUE(OpenBytes(bytes));
     EXPECT_DOUBLE_EQ(table_.GetFieldDouble(0), 1.0);
     Variant value;

@@ -25,11 +25,13 @@ class DBaseFaults : public ::testing::Test {
 protected:
     void SetUp() override {
         path_ = tables_.Wide("f.dbf");
-        test::CreateTable(path_, {{L"NAME", DBase::qovaCharacter, 20, 0}, {L"VALUE", DBase::qovaNumeric, 10, 2}});
+        test::CreateTable(
+            path_, {{L"NAME", DBase::qovaCharacter, 20, 0}, {L"VALUE", DBase::qovaNumeric, 10, 2}});
         // Enough records that the copies take several 2048-byte chunks.
         std::vector<std::vector<std::wstring>> rows;
         for (int i = 0; i < 300; ++i) {
-            rows.push_back({L"record " + std::to_wstring(i), String::Formatted(L"%.2f", i * 1.25).str()});
+            rows.push_back(
+                {L"record " + std::to_wstring(i), String::Formatted(L"%.2f", i * 1.25).str()});
         }
         test::AppendRows(path_, rows);
         original_ = ReadBytes(tables_ / "f.dbf");
@@ -73,8 +75,9 @@ protected:
 };
 
 TEST_F(DBaseFaults, CompactFile) {
-    ExpectEveryFailurePointIsHarmless(
-        [](DBase& table) { return table.Open(false, false, CodePage::qovaCodePageDefault) && table.CompactFile(); });
+    ExpectEveryFailurePointIsHarmless([](DBase& table) {
+        return table.Open(false, false, CodePage::qovaCodePageDefault) && table.CompactFile();
+    });
 }
 
 TEST_F(DBaseFaults, AddColumnsToFile) {

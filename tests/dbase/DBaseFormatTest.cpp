@@ -28,8 +28,9 @@ TEST(DBaseFormat, HeaderRecordRoundTripsThroughItsFileForm) {
     unsigned char disk[32];
     std::memset(disk, 0xEE, sizeof disk);
     DBase::SwapHeaderNL(header, disk);
-    const unsigned char expected[32] = {0x83, 126, 11, 22, 4, 3, 2, 1, 0x41, 0x01, 0xFE, 0xFF, 0, 0,    0, 0,
-                                        0,    0,   0,  0,  0, 0, 0, 0, 0,    0,    0,    0,    0, 0x57, 0, 0};
+    const unsigned char expected[32] = {0x83, 126, 11, 22, 4, 3, 2, 1,    0x41, 0x01, 0xFE,
+                                        0xFF, 0,   0,  0,  0, 0, 0, 0,    0,    0,    0,
+                                        0,    0,   0,  0,  0, 0, 0, 0x57, 0,    0};
     EXPECT_EQ(0, std::memcmp(disk, expected, 32));
     DBase::HeaderRecord back = DBase::SwapHeaderLN(disk);
     unsigned char again[32];
@@ -41,7 +42,8 @@ TEST(DBaseFormat, HeaderRecordRoundTripsThroughItsFileForm) {
 TEST(DBaseFormat, ElevenByteNameFillsTheFieldRecordSlot) {
     unsigned char disk[32];
     test::RawField("ABCDEFGHIJK", 'N', 12, 3).EncodeTo(disk);
-    unsigned char expected[32] = {'A', 'B', 'C', 'D', 'E', 'F', 'G', 'H', 'I', 'J', 'K', 'N', 0, 0, 0, 0, 12, 3};
+    unsigned char expected[32] = {'A', 'B', 'C', 'D', 'E', 'F', 'G', 'H', 'I',
+                                  'J', 'K', 'N', 0,   0,   0,   0,   12,  3};
     EXPECT_EQ(0, std::memcmp(disk, expected, 32));
     DBase::FieldRecord back;
     back.DecodeFrom(disk);

@@ -24,11 +24,12 @@ struct KindInfo {
     int width, decimals;
     std::wstring null, zero;
 };
-const KindInfo kKindInfo[kKinds] = {{DBase::qovaCharacter, 8, 0, L" ", L""},
-                                    {DBase::qovaNumeric, 10, 0, L"0", L"0"},
-                                    {DBase::qovaNumeric, 12, 3, L"0.000", L"0.000"},
-                                    {DBase::qovaDate, 8, 0, std::wstring(8, L' '), std::wstring(8, L'\0')},
-                                    {DBase::qovaLogical, 1, 0, L"0", L"0"}};
+const KindInfo kKindInfo[kKinds] = {
+    {DBase::qovaCharacter, 8, 0, L" ", L""},
+    {DBase::qovaNumeric, 10, 0, L"0", L"0"},
+    {DBase::qovaNumeric, 12, 3, L"0.000", L"0.000"},
+    {DBase::qovaDate, 8, 0, std::wstring(8, L' '), std::wstring(8, L'\0')},
+    {DBase::qovaLogical, 1, 0, L"0", L"0"}};
 
 std::wstring Read(DBase& table, int f, Kind kind) {
     switch (kind) {
@@ -40,7 +41,8 @@ std::wstring Read(DBase& table, int f, Kind kind) {
             return String::Formatted(L"%.3f", table.GetFieldDouble(f)).str();
         case kDate: {
             DBase::DateRec date = table.GetFieldDate(f);
-            return std::wstring(date.year, 4) + std::wstring(date.month, 2) + std::wstring(date.day, 2);
+            return std::wstring(date.year, 4) + std::wstring(date.month, 2) +
+                   std::wstring(date.day, 2);
         }
         default:
             return table.GetFieldLogical(f) ? L"1" : L"0";
@@ -66,9 +68,10 @@ std::wstring Set(DBase& table, int f, Kind kind, int64_t c) {
             RC_ASSERT(table.SetFieldDouble(f, static_cast<double>(c) / 1000.0));
             return String::Formatted(L"%.3f", static_cast<double>(c) / 1000.0).str();
         case kDate: {
-            std::wstring text = String::Formatted(L"%04d%02d%02d", 1900 + static_cast<int>(n % 200),
-                                                  1 + static_cast<int>(n & 7), 10 + static_cast<int>((n >> 3) & 15))
-                                    .str();
+            std::wstring text =
+                String::Formatted(L"%04d%02d%02d", 1900 + static_cast<int>(n % 200),
+                                  1 + static_cast<int>(n & 7), 10 + static_cast<int>((n >> 3) & 15))
+                    .str();
             DBase::DateRec date;
             std::copy(text.begin(), text.begin() + 4, date.year);
             std::copy(text.begin() + 4, text.begin() + 6, date.month);
@@ -129,8 +132,10 @@ struct Op {
 rc::Gen<Op> GenOp() {
     return rc::gen::build<Op>(
         rc::gen::set(&Op::kind,
-                     rc::gen::weightedElement<int>({{6, 0}, {12, 1}, {3, 2}, {2, 3}, {1, 4}, {1, 5}, {1, 6}, {1, 7}})),
-        rc::gen::set(&Op::a, rc::gen::inRange(0, 1000)), rc::gen::set(&Op::b, rc::gen::inRange(0, 1000)),
+                     rc::gen::weightedElement<int>(
+                         {{6, 0}, {12, 1}, {3, 2}, {2, 3}, {1, 4}, {1, 5}, {1, 6}, {1, 7}})),
+        rc::gen::set(&Op::a, rc::gen::inRange(0, 1000)),
+        rc::gen::set(&Op::b, rc::gen::inRange(0, 1000)),
         rc::gen::set(&Op::c, rc::gen::inRange<int64_t>(-99999999, 99999999)));
 }
 
@@ -142,7 +147,8 @@ void Apply(DBase& table, Model& model, const Op& op) {
         case 0: {  // append
             RC_ASSERT(table.AddRecord());
             Row row;
-            for (const auto& column : model.columns) row.values.push_back(kKindInfo[column.second].null);
+            for (const auto& column : model.columns)
+                row.values.push_back(kKindInfo[column.second].null);
             model.rows.push_back(row);
             model.pendingAppend = true;
             break;
@@ -195,7 +201,8 @@ void Apply(DBase& table, Model& model, const Op& op) {
             RC_ASSERT(test::OpenTable(table));
             model.Compact();
             model.columns.erase(model.columns.begin() + static_cast<std::ptrdiff_t>(f));
-            for (Row& row : model.rows) row.values.erase(row.values.begin() + static_cast<std::ptrdiff_t>(f));
+            for (Row& row : model.rows)
+                row.values.erase(row.values.begin() + static_cast<std::ptrdiff_t>(f));
             break;
         }
         case 6:
@@ -213,10 +220,12 @@ RC_GTEST_PROP(DBaseProperty, MatchesAModelOfTheTable, ()) {
     test::TempDir dir;
     std::wstring path = dir.Wide("p.dbf");
     Model model;
-    model.columns = {{L"TEXT", kText}, {L"COUNT", kInteger}, {L"PRICE", kDecimal}, {L"DAY", kDate}, {L"OK", kLogical}};
+    model.columns = {{L"TEXT", kText}, {L"COUNT", kInteger}, {L"PRICE", kDecimal},
+                     {L"DAY", kDate}, {L"OK", kLogical}};
     std::vector<test::FieldSpec> specs;
     for (const auto& [name, kind] : model.columns) {
-        specs.push_back({name, kKindInfo[kind].type, kKindInfo[kind].width, kKindInfo[kind].decimals});
+        specs.push_back(
+            {name, kKindInfo[kind].type, kKindInfo[kind].width, kKindInfo[kind].decimals});
     }
     test::CreateTable(path, specs);
     DBase table(path);
@@ -228,8 +237,9 @@ RC_GTEST_PROP(DBaseProperty, MatchesAModelOfTheTable, ()) {
     CheckTable(table, model);
     // Compaction leaves no stale records behind the last one.
     const DBase::HeaderRecord& header = table.GetHeader();
-    RC_ASSERT(std::filesystem::file_size(dir / "p.dbf") ==
-              static_cast<uintmax_t>(header.headerLength + header.numRecords * header.recordLength + 1));
+    RC_ASSERT(
+        std::filesystem::file_size(dir / "p.dbf") ==
+        static_cast<uintmax_t>(header.headerLength + header.numRecords * header.recordLength + 1));
 }
 
 }  // namespace

@@ -18,13 +18,15 @@ TEST(DBaseFieldDefinition, WidthAndDecimalRules) {
         int status, stored;  // stored: the width kept
     };
     const Case cases[] = {
-        {'C', 255, 3, 0, 254}, {'C', 256, 0, 16, 0}, {'C', 0, 0, 16, 0},   {'N', 1, 1, 16, 0},  {'N', 1, 0, 0, 1},
-        {'N', 5, 3, 0, 5},     {'N', 5, 4, 16, 0},   {'F', 19, 17, 0, 19}, {'F', 20, 0, 16, 0}, {'D', 3, 2, 0, 8},
-        {'L', 9, 0, 0, 1},     {'M', 10, 0, 16, 0},  {'X', 10, 0, 16, 0},
+        {'C', 255, 3, 0, 254}, {'C', 256, 0, 16, 0}, {'C', 0, 0, 16, 0}, {'N', 1, 1, 16, 0},
+        {'N', 1, 0, 0, 1},     {'N', 5, 3, 0, 5},    {'N', 5, 4, 16, 0}, {'F', 19, 17, 0, 19},
+        {'F', 20, 0, 16, 0},   {'D', 3, 2, 0, 8},    {'L', 9, 0, 0, 1},  {'M', 10, 0, 16, 0},
+        {'X', 10, 0, 16, 0},
     };
     for (const Case& c : cases) {
         int width = c.width, decimals = c.decimals;
-        int status = DBase::CheckLengthAndScale(static_cast<DBase::qovaDataType>(c.type), width, decimals);
+        int status =
+            DBase::CheckLengthAndScale(static_cast<DBase::qovaDataType>(c.type), width, decimals);
         EXPECT_EQ(status, c.status) << c.type << c.width << "." << c.decimals;
         if (status == 0) {
             EXPECT_EQ(width, c.stored) << c.type << c.width << "." << c.decimals;
@@ -61,16 +63,20 @@ TEST(DBaseFieldNames, ClashingAndReservedNamesAreRenamedUntilUnique) {
     StringArray many;
     for (int i = 0; i < 300; ++i) many.Add(L"FID");
     DBase::FixDuplicatedFieldNames(many);
-    for (int i = 0; i < many.GetSize(); ++i) EXPECT_FALSE(DBase::CheckDuplicateFieldName(i, many)) << i;
+    for (int i = 0; i < many.GetSize(); ++i)
+        EXPECT_FALSE(DBase::CheckDuplicateFieldName(i, many)) << i;
 }
 
 class DBaseSchema : public test::TableTest {
 protected:
-    void SetUp() override { MakeTable({{L"NAME", DBase::qovaCharacter, 5, 0}, {L"AREA", DBase::qovaNumeric, 6, 1}}); }
+    void SetUp() override {
+        MakeTable({{L"NAME", DBase::qovaCharacter, 5, 0}, {L"AREA", DBase::qovaNumeric, 6, 1}});
+    }
 
     void Fill(int count) {
         std::vector<std::vector<std::wstring>> rows;
-        for (int i = 0; i < count; ++i) rows.push_back({L"r" + std::to_wstring(i), std::to_wstring(i) + L".5"});
+        for (int i = 0; i < count; ++i)
+            rows.push_back({L"r" + std::to_wstring(i), std::to_wstring(i) + L".5"});
         test::AppendRows(path_, rows);
     }
 };
@@ -86,7 +92,8 @@ TEST_F(DBaseSchema, AddingToAnEmptyTableGrowsItBy32Bytes) {
     EXPECT_EQ(after.back(), 0x1A);
     EXPECT_EQ(after[8], 33 + 3 * 32);
     EXPECT_EQ(after[10], 1 + 5 + 6 + 10);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(&after[96]), 11), std::string("ABCDEFGHIJ\0", 11));
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(&after[96]), 11),
+              std::string("ABCDEFGHIJ\0", 11));
     ASSERT_TRUE(OpenTable(table, true));
     EXPECT_EQ(table.GetFieldType(2), 'F');
     EXPECT_EQ(table.GetFieldDecimals(2), 3);

@@ -129,9 +129,10 @@ TEST_F(DBaseTable, FileErrorsArePassedThrough) {
 }
 
 TEST_F(DBaseTable, FieldNumberComparesTenCharacters) {
-    test::WriteBytes(
-        dir_ / "n.dbf",
-        test::RawTable(97, 9, 0, {test::RawField("ABCDEFGHIJ", 'C', 4), test::RawField("ABCDEFGHIJK", 'C', 4)}, {}));
+    test::WriteBytes(dir_ / "n.dbf", test::RawTable(97, 9, 0,
+                                                    {test::RawField("ABCDEFGHIJ", 'C', 4),
+                                                     test::RawField("ABCDEFGHIJK", 'C', 4)},
+                                                    {}));
     DBase table(dir_.Wide("n.dbf"));
     ASSERT_TRUE(OpenTable(table, true));
     EXPECT_EQ(table.GetFieldNumber(L"abcdefghijXYZ"), 0);
@@ -172,8 +173,9 @@ TEST_F(DBaseTable, IndexExistsComparesModificationTimes) {
     test::WriteBytes(dir_ / "t.COUNT.atx", {1, 2, 3});
     EXPECT_TRUE(table.IndexExists(1, index, upToDate));
     EXPECT_TRUE(upToDate);
-    std::filesystem::last_write_time(dir_ / "t.COUNT.atx",
-                                     std::filesystem::last_write_time(dir_ / "t.dbf") - std::chrono::hours(1));
+    std::filesystem::last_write_time(
+        dir_ / "t.COUNT.atx",
+        std::filesystem::last_write_time(dir_ / "t.dbf") - std::chrono::hours(1));
     EXPECT_TRUE(table.IndexExists(1, index, upToDate));
     EXPECT_FALSE(upToDate);
 }

@@ -38,9 +38,12 @@ protected:
         for (TextCase c : cases) {
             std::string before = Raw(field);
             bool stored = table_.SetFieldString(field, c.text);
-            EXPECT_EQ(table_.GetLastStatus(), stored ? DBase::kStatusOk : DBase::kStatusMalformedText) << c.text;
+            EXPECT_EQ(table_.GetLastStatus(),
+                      stored ? DBase::kStatusOk : DBase::kStatusMalformedText)
+                << c.text;
             EXPECT_EQ(stored, c.stored != nullptr) << c.text;
-            EXPECT_EQ(Raw(field), c.stored ? c.stored : before) << c.text;  // a refusal changes nothing
+            EXPECT_EQ(Raw(field), c.stored ? c.stored : before)
+                << c.text;  // a refusal changes nothing
         }
     }
 
@@ -81,7 +84,8 @@ TEST_F(DBaseValues, DatesAreCheckedOnlyForShape) {
                         {L"2024-01-32", nullptr},
                         {L"20240101", nullptr}});
     DBase::DateRec date = table_.GetFieldDate(kDay);
-    EXPECT_EQ(std::wstring(date.year, 4) + std::wstring(date.month, 2) + std::wstring(date.day, 2), L"20240704");
+    EXPECT_EQ(std::wstring(date.year, 4) + std::wstring(date.month, 2) + std::wstring(date.day, 2),
+              L"20240704");
     date.day[1] = L'5';
     EXPECT_TRUE(table_.SetFieldDate(kDay, date));
     EXPECT_EQ(Raw(kDay), "20240705");

@@ -81,17 +81,19 @@ TEST(NumericText, FormatsNumbersToTheWidth) {
 }
 
 TEST(NumericText, ParsesExactlyAsStrtod) {
-    const char* texts[] = {"  -12.34", "      ", "12ab", "0.1", "123456789012345", "9007199254740993",
-                           "0.000000000000000000001", "  1.", ".5", "-0", "00000000000000000012.5", "3.14159265358979",
-                           " +7 ", "1 2", "- 5", "1.2.3", "0x10", "1e5", "12345.678901234567", "1.25000e+02",
-                           " 4.7500001e+01", "-1.5E-3", "1e22", "9e-23", "1e23", "1.5e", "1.5e+", "2e+400", "1e-30",
-                           "123456789012345e7", "0.5e00001", ".e1", "1234567890123456789012345678901234567890"};
+    const char* texts[] = {
+        "  -12.34", "      ", "12ab", "0.1", "123456789012345", "9007199254740993",
+        "0.000000000000000000001", "  1.", ".5", "-0", "00000000000000000012.5", "3.14159265358979",
+        " +7 ", "1 2", "- 5", "1.2.3", "0x10", "1e5", "12345.678901234567", "1.25000e+02",
+        " 4.7500001e+01", "-1.5E-3", "1e22", "9e-23", "1e23", "1.5e", "1.5e+", "2e+400", "1e-30",
+        "123456789012345e7", "0.5e00001", ".e1", "1234567890123456789012345678901234567890"};
     for (const char* text : texts) {
         double expected = std::strtod(text, nullptr);
         double parsed = numeric_text::Parse(text, static_cast<int>(std::strlen(text)));
         EXPECT_EQ(std::memcmp(&parsed, &expected, sizeof parsed), 0) << text << " " << parsed;
     }
-    EXPECT_EQ(numeric_text::Parse("1.5\0" "99", 6), 1.5);  // a zero byte ends the number
+    const char withZero[] = {'1', '.', '5', '\0', '9', '9'};
+    EXPECT_EQ(numeric_text::Parse(withZero, 6), 1.5);  // a zero byte ends the number
     EXPECT_EQ(numeric_text::TruncateToInt32(-2.9), -2);
     EXPECT_EQ(numeric_text::TruncateToInt32(2147483647.5), 2147483647);
     EXPECT_EQ(numeric_text::TruncateToInt32(1e20), INT32_MIN);

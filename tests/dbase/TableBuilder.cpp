@@ -9,7 +9,8 @@
 
 namespace quillet::test {
 
-void CreateTable(const std::wstring& path, const std::vector<FieldSpec>& fields, CodePage::qovaCodePageEnum codePage) {
+void CreateTable(const std::wstring& path, const std::vector<FieldSpec>& fields,
+                 CodePage::qovaCodePageEnum codePage) {
     DBase table(path);
     ASSERT_TRUE(table.Create(codePage)) << table.GetLastStatus();
     if (fields.empty()) return;
@@ -22,7 +23,8 @@ void CreateTable(const std::wstring& path, const std::vector<FieldSpec>& fields,
         widths.push_back(field.width);
         decimals.push_back(field.decimals);
     }
-    ASSERT_TRUE(table.AddColumns(names, types.data(), widths.data(), decimals.data())) << table.GetLastStatus();
+    ASSERT_TRUE(table.AddColumns(names, types.data(), widths.data(), decimals.data()))
+        << table.GetLastStatus();
 }
 
 void AppendRows(const std::wstring& path, const std::vector<std::vector<std::wstring>>& rows) {
