@@ -15,9 +15,10 @@ TEST(CodePageCommandTest, DecodeAndEncodeTakeNumbersAndNames) {
         const char* input;
         const char* output;
     };
-    for (const Case& c : {Case{"decode 'ANSI 1252'", "caf\xE9\n\x80", "caf\xC3\xA9\n\xE2\x82\xAC"},
-                          Case{"encode 850", "caf\xC3\xA9 \xE2\x82\xAC\n", "caf\x82 _\n"},  // no euro sign in 850
-                          Case{"encode utf8", "\xE2\x82\xAC", "\xE2\x82\xAC"}}) {
+    for (const Case& c :
+         {Case{"decode 'ANSI 1252'", "caf\xE9\n\x80", "caf\xC3\xA9\n\xE2\x82\xAC"},
+          Case{"encode 850", "caf\xC3\xA9 \xE2\x82\xAC\n", "caf\x82 _\n"},  // no euro sign in 850
+          Case{"encode utf8", "\xE2\x82\xAC", "\xE2\x82\xAC"}}) {
         auto result = RunTool(std::string("codepage ") + c.args, c.input);
         EXPECT_EQ(result.exitCode, 0) << c.args << ": " << result.err;
         EXPECT_EQ(result.out, c.output) << c.args;
@@ -30,8 +31,9 @@ TEST(CodePageCommandTest, DecodeAndEncodeTakeNumbersAndNames) {
 TEST(CodePageCommandTest, ListNamesEachKind) {
     auto result = RunTool("codepage list --json");
     EXPECT_EQ(result.exitCode, 0) << result.err;
-    for (const char* expected : {"\"name\": \"OEM 437\"", "\"name\": \"ANSI 1252\"", "\"name\": \"UTF-8\"",
-                                 "\"name\": \"ASMO 449\"", "\"name\": \"ISO 88592\""}) {
+    for (const char* expected :
+         {"\"name\": \"OEM 437\"", "\"name\": \"ANSI 1252\"", "\"name\": \"UTF-8\"",
+          "\"name\": \"ASMO 449\"", "\"name\": \"ISO 88592\""}) {
         EXPECT_NE(result.out.find(expected), std::string::npos) << expected;
     }
 }
@@ -57,8 +59,9 @@ TEST(CodePageCommandTest, InfoSaysWhatChoseTheCodePage) {
     EXPECT_NE(byCpg.find("\"reason\": \".cpg file\""), std::string::npos);
 
     WriteBytes(dir / "short.dbf", {0x03});
-    EXPECT_NE(ExpectOneLineFailure("codepage info " + Quote(dir / "short.dbf")).err.find("short.dbf"),
-              std::string::npos);
+    EXPECT_NE(
+        ExpectOneLineFailure("codepage info " + Quote(dir / "short.dbf")).err.find("short.dbf"),
+        std::string::npos);
 }
 
 }  // namespace

@@ -11,8 +11,9 @@ namespace {
 
 TEST(ToolTest, ExitCodes) {
     EXPECT_NE(RunTool("--version").out.find("quillet "), std::string::npos);
-    for (const auto& [args, exitCode] : {std::pair{"--version", 0}, {"--help", 0}, {"info --help", 0}, {"", 2},
-                                         {"no-such-group", 2}, {"info", 2}}) {
+    for (const auto& [args, exitCode] : {std::pair{"--version", 0}, {"--help", 0},
+                                         {"info --help", 0}, {"", 2}, {"no-such-group", 2},
+                                         {"info", 2}}) {
         EXPECT_EQ(RunTool(args).exitCode, exitCode) << args;
     }
 }
@@ -20,8 +21,10 @@ TEST(ToolTest, ExitCodes) {
 TEST(InfoCommandTest, BadInputNamesThePath) {
     TempDir dir;
     WriteBytes(dir / "empty", {});
-    for (std::string path : {(dir / "empty").string(), dir.path().string(), (dir / "missing.dbf").string()}) {
-        EXPECT_NE(ExpectOneLineFailure("info " + Quote(path)).err.find(path), std::string::npos) << path;
+    for (std::string path :
+         {(dir / "empty").string(), dir.path().string(), (dir / "missing.dbf").string()}) {
+        EXPECT_NE(ExpectOneLineFailure("info " + Quote(path)).err.find(path), std::string::npos)
+            << path;
     }
 }
 
@@ -42,14 +45,16 @@ TEST(InfoCommandTest, RecognisesFilesByTheirFirstBytes) {
         const char* options;
         std::vector<std::string> expected;
     };
-    for (const Case& c : {Case{"noise", "--json", {"\"kind\": \"unknown\""}},
-                          Case{"records.dat", "--json",
-                               {"\"file_code\": 9992", "\"byte_order\": \"little\"",
-                                "\"record_length_kind\": \"variable\""}},
-                          Case{"records.ng", "", {"kind: next-generation record file", "pointer_length: 5"}}}) {
+    for (const Case& c :
+         {Case{"noise", "--json", {"\"kind\": \"unknown\""}},
+          Case{"records.dat", "--json",
+               {"\"file_code\": 9992", "\"byte_order\": \"little\"",
+                "\"record_length_kind\": \"variable\""}},
+          Case{"records.ng", "", {"kind: next-generation record file", "pointer_length: 5"}}}) {
         auto result = RunTool(std::string("info ") + c.options + " " + Quote(dir / c.file));
         EXPECT_EQ(result.exitCode, 0) << c.file;
-        for (const auto& text : c.expected) EXPECT_NE(result.out.find(text), std::string::npos) << result.out;
+        for (const auto& text : c.expected)
+            EXPECT_NE(result.out.find(text), std::string::npos) << result.out;
     }
 }
 

@@ -10,9 +10,11 @@ namespace {
 
 // A point layer over 0..100 x 0..100: feature n + 1 is points[n]; a negative
 // x is a null shape.
-void WritePointLayer(const std::filesystem::path& path, const std::vector<std::pair<double, double>>& points) {
+void WritePointLayer(const std::filesystem::path& path,
+                     const std::vector<std::pair<double, double>>& points) {
     std::vector<std::vector<unsigned char>> records;
-    for (auto [x, y] : points) records.push_back(x >= 0 ? PointRecord(x, y) : std::vector<unsigned char>());
+    for (auto [x, y] : points)
+        records.push_back(x >= 0 ? PointRecord(x, y) : std::vector<unsigned char>());
     WriteLayer(path, ShpFile::qovaShapePoint, {0, 0, 100, 100}, records);
 }
 
@@ -58,7 +60,8 @@ TEST(SbnCommandTest, IndexesASampleLayer) {
     auto build = RunTool("sbn build " + Quote(dir / "pline.shp"));
     ASSERT_EQ(build.exitCode, 0) << build.err;
     EXPECT_NE(build.out.find("460 features, 6 levels"), std::string::npos) << build.out;
-    auto all = RunTool("sbn query " + Quote(dir / "pline.shp") + " --bbox -1e9,-1e9,1e9,1e9 --count");
+    auto all =
+        RunTool("sbn query " + Quote(dir / "pline.shp") + " --bbox -1e9,-1e9,1e9,1e9 --count");
     EXPECT_EQ(all.out, "460\n");
     auto some = RunTool("sbn query " + Quote(dir / "pline.shp") +
                         " --bbox 1297000,229000,1298000,230000 --count");
@@ -70,9 +73,10 @@ TEST(SbnCommandTest, BadInputIsOneLineAndExitOne) {
     TempDir dir;
     WriteBytes(dir / "junk.shp", std::vector<unsigned char>(200, 7));
     WritePointLayer(dir / "plain.shp", {{1, 1}});
-    for (std::string args : {"sbn build " + Quote(dir / "junk.shp"), "sbn build " + Quote(dir / "missing.shp"),
-                             "sbn info " + Quote(dir / "plain.shp"),
-                             "sbn query " + Quote(dir / "plain.shp") + " --bbox 0,0,1,1"}) {
+    for (std::string args :
+         {"sbn build " + Quote(dir / "junk.shp"), "sbn build " + Quote(dir / "missing.shp"),
+          "sbn info " + Quote(dir / "plain.shp"),
+          "sbn query " + Quote(dir / "plain.shp") + " --bbox 0,0,1,1"}) {
         ExpectOneLineFailure(args);
     }
     for (std::string bbox : {"1,2,3", "1,2,3,4,5", "a,b,c,d", "1;2;3;4"}) {

@@ -36,22 +36,26 @@ ToolResult RunTool(const std::string& args, const std::string& input) {
     return result;
 }
 
-std::string Quote(const std::filesystem::path& path) { return "'" + path.string() + "'"; }
+std::string Quote(const std::filesystem::path& path) {
+    return "'" + path.string() + "'";
+}
 
 ToolResult ExpectOneLineFailure(const std::string& args) {
     auto result = RunTool(args);
     EXPECT_EQ(result.exitCode, 1) << args;
-    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << args << ": " << result.err;
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1)
+        << args << ": " << result.err;
     EXPECT_TRUE(result.out.empty()) << args << ": " << result.out;
     return result;
 }
 
-void WriteLayer(const std::filesystem::path& shp, ShpFile::qovaShapeTypeEnum type, ShpFile::DOUBLERECT box,
-                const std::vector<std::vector<unsigned char>>& records) {
+void WriteLayer(const std::filesystem::path& shp, ShpFile::qovaShapeTypeEnum type,
+                ShpFile::DOUBLERECT box, const std::vector<std::vector<unsigned char>>& records) {
     ShpFile file(String::FromUtf8(shp.string()).c_str());
     ASSERT_TRUE(file.Create(type, &box));
     for (const auto& record : records) {
-        ASSERT_TRUE(file.InsertRecord(record.empty() ? nullptr : record.data(), static_cast<int32_t>(record.size())));
+        ASSERT_TRUE(file.InsertRecord(record.empty() ? nullptr : record.data(),
+                                      static_cast<int32_t>(record.size())));
     }
     ASSERT_TRUE(file.Close());
 }

@@ -30,8 +30,8 @@ ToolResult ExpectOneLineFailure(const std::string& args);
 
 // Writes the layer `shp` (with its .shx) through ShpFile: one record per
 // entry of `records`, an empty one a null shape.
-void WriteLayer(const std::filesystem::path& shp, ShpFile::qovaShapeTypeEnum type, ShpFile::DOUBLERECT box,
-                const std::vector<std::vector<unsigned char>>& records);
+void WriteLayer(const std::filesystem::path& shp, ShpFile::qovaShapeTypeEnum type,
+                ShpFile::DOUBLERECT box, const std::vector<std::vector<unsigned char>>& records);
 std::vector<unsigned char> PointRecord(double x, double y);
 
 }  // namespace quillet::test
