@@ -189,6 +189,7 @@ void Apply(DBase& table, Model& model, const Op& op) {
             const KindInfo& info = kKindInfo[kind];
             std::wstring name = L"X" + std::to_wstring(model.nextColumn++);
             RC_ASSERT(table.AddColumn(name, info.type, info.width, info.decimals));
+            RC_ASSERT(table.IsOpen());  // reopened as it was
             model.Compact();
             model.columns.emplace_back(name, kind);
             for (Row& row : model.rows) row.values.push_back(info.zero);
@@ -198,6 +199,7 @@ void Apply(DBase& table, Model& model, const Op& op) {
             if (model.columns.size() < 2) break;
             size_t f = static_cast<size_t>(op.b) % model.columns.size();
             RC_ASSERT(table.DropColumn(model.columns[f].first));
+            RC_ASSERT(!table.IsOpen());  // left closed for the caller to reopen
             RC_ASSERT(test::OpenTable(table));
             model.Compact();
             model.columns.erase(model.columns.begin() + static_cast<std::ptrdiff_t>(f));

@@ -43,6 +43,8 @@ TEST_F(DBaseTable, EmptyTableOpensWithStatus11AndRefusesSetters) {
     EXPECT_EQ(table.GetNumFields(), 3);
     EXPECT_FALSE(table.SetFieldString(0, L"x"));
     EXPECT_EQ(table.GetLastStatus(), DBase::kStatusNoRecord);
+    EXPECT_FALSE(table.SetFieldNull(1));
+    EXPECT_EQ(table.GetLastStatus(), DBase::kStatusNoRecord);
     EXPECT_FALSE(table.MoveTo(0));
 }
 
