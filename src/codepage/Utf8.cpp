@@ -91,6 +91,22 @@ bool CodePage::Utf82CharBuff(const char* src, wchar_t* dst, uint32_t size) {
             j += static_cast<uint32_t>(run);
             continue;
         }
+        // The two- and three-byte forms, nearly all of the text beyond ASCII,
+        // are checked as their rules below would check them, without the rule
+        // table and its loops (which measurably slow the common case). A
+        // byte is read only after a continuation byte, so never past the
+        // terminator.
+        if (lead >= 0xC2 && lead < 0xE0 && S_IsContinuation(s[1])) {
+            dst[j++] = static_cast<wchar_t>((lead & 0x1Fu) << 6 | (s[1] & 0x3Fu));
+            s += 2;
+            continue;
+        }
+        if (lead >= 0xE0 && lead < 0xF0 && S_IsContinuation(s[1]) && S_IsContinuation(s[2]) &&
+            (lead > 0xE0 || s[1] >= 0xA0)) {
+            dst[j++] = static_cast<wchar_t>((lead & 0x0Fu) << 12 | (s[1] & 0x3Fu) << 6 | (s[2] & 0x3Fu));
+            s += 3;
+            continue;
+        }
         const LeadRule* rule = lead < 0xC2 ? nullptr : S_RuleOf(lead);
         if (lead < 0xC2) {
             OutputDebugStringW(L"Wrong character code: (c < 0xc2)\n");

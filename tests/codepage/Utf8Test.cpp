@@ -46,7 +46,12 @@ TEST_F(Utf8Decode, AcceptsEveryLengthAndSurrogates) {
     EXPECT_EQ(Decode("\xF4\x90\x80\x80"), std::wstring(1, 0x110000));
     EXPECT_EQ(Decode("\xF8\x88\x80\x80\x80"), std::wstring(1, 0x200000));
     EXPECT_EQ(Decode("\xFD\xBF\xBF\xBF\xBF\xBF"), std::wstring(1, 0x7FFFFFFF));
+    // The ends of the two- and three-byte forms.
+    EXPECT_EQ(Decode("\xC2\x80\xDF\xBF\xE0\xA0\x80\xE1\x80\x80\xEF\xBF\xBF"),
+              (std::wstring{0x80, 0x7FF, 0x800, 0x1000, 0xFFFF}));
     EXPECT_TRUE(messages_.empty());
+    EXPECT_EQ(Decode("\xE0\x9F\xBFz"), L"###z");
+    EXPECT_EQ(messages_, (std::vector<std::wstring>{kM3, kM1, kM1}));
 }
 
 TEST_F(Utf8Decode, RejectsWithTheMessageOfTheLeadByteRow) {
