@@ -302,7 +302,8 @@ public:
         for (int b = 0; b < 256; ++b) {
             const unsigned char alone[1] = {static_cast<unsigned char>(b)};
             std::optional<wchar_t> single = DecodeAlone(toWide, alone, 1);
-            if (!single || (b < 0x80 && *single != b)) return nullptr;
+            if (!single) return nullptr;
+            if (b < 0x80 && (*single != b || EncodeAlone(fromWide, *single) != b)) return nullptr;
             codec->single_[b] = *single;
             if (*single != kLead) continue;
             codec->rowOf_[b] = static_cast<uint8_t>(codec->rows_.size());
@@ -403,28 +404,30 @@ private:
     }
 
     // The bytes iconv writes for `wc` alone, as a lead byte and its trail or
-    // as one byte; kUnknown when it writes none or something else.
-    static uint16_t EncodeAlone(const IconvHandle& cd, wchar_t wc) {
+    // as one byte; -1 when it writes none or something else.
+    static int EncodeAlone(const IconvHandle& cd, wchar_t wc) {
         cd.ResetState();
         const char* in = reinterpret_cast<const char*>(&wc);
         size_t inLeft = sizeof wc;
         unsigned char bytes[4];
         char* out = reinterpret_cast<char*>(bytes);
         size_t outLeft = sizeof bytes;
-        if (cd.Convert(in, inLeft, out, outLeft) == static_cast<size_t>(-1)) return kUnknown;
+        if (cd.Convert(in, inLeft, out, outLeft) == static_cast<size_t>(-1)) return -1;
         size_t written = sizeof bytes - outLeft;
-        if (cd.Unshift(out, outLeft) != 0 || sizeof bytes - outLeft != written) return kUnknown;
+        if (cd.Unshift(out, outLeft) != 0 || sizeof bytes - outLeft != written) return -1;
         if (written == 1) return bytes[0];
-        if (written == 2 && bytes[0] >= 0x80) return static_cast<uint16_t>(bytes[0] << 8 | bytes[1]);
-        return kUnknown;
+        if (written == 2 && bytes[0] >= 0x80) return bytes[0] << 8 | bytes[1];
+        return -1;
     }
 
-    // Every character the tables decode to, and ASCII, as iconv encodes it.
+    // Every character the tables decode to as iconv encodes it (U+0000,
+    // whose byte is kUnknown's value, is left to iconv).
     void FillEncodings(const IconvHandle& fromWide) {
         auto fill = [&](wchar_t wc) {
             auto cp = static_cast<uint32_t>(wc);
-            if (cp > 0xFFFF || cp == 0 || toBytes_.Find(cp) != kUnknown) return;
-            toBytes_.Set(static_cast<uint16_t>(cp), EncodeAlone(fromWide, wc));
+            if (cp > 0xFFFF || toBytes_.Find(cp) != kUnknown) return;
+            int bytes = EncodeAlone(fromWide, wc);
+            if (bytes > 0) toBytes_.Set(static_cast<uint16_t>(cp), static_cast<uint16_t>(bytes));
         };
         for (wchar_t wc : single_) fill(wc);
         for (const auto& row : rows_) {
