@@ -7,8 +7,9 @@
 //
 // Text of up to kInlineCapacity characters is kept inside the object. Table
 // scans hand out one String per field, and field values and names are
-// nearly always that short: keeping them off the heap roughly halves the
-// cost of reading a table as text. Longer text lives in one heap block.
+// nearly always that short: keeping them off the heap takes about a third
+// off the cost of reading a table as text. Longer text lives in one heap
+// block.
 
 #include <cstdarg>
 #include <cstdint>
