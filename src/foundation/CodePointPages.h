@@ -20,9 +20,9 @@ public:
     }
 
     void Set(uint16_t cp, T value) {
-        uint8_t& page = pageOf_[cp >> 8];
+        uint16_t& page = pageOf_[cp >> 8];
         if (page == 0) {
-            page = static_cast<uint8_t>(pages_.size());
+            page = static_cast<uint16_t>(pages_.size());
             pages_.push_back(pages_[0]);
         }
         pages_[page][cp & 0xFF] = value;
@@ -32,7 +32,8 @@ public:
     T Find(uint32_t cp) const { return cp > 0xFFFF ? kAbsent : pages_[pageOf_[cp >> 8]][cp & 0xFF]; }
 
 private:
-    std::array<uint8_t, 256> pageOf_;
+    // 16 bits: with the shared page there can be 257 pages.
+    std::array<uint16_t, 256> pageOf_;
     std::vector<std::array<T, 256>> pages_;
 };
 
