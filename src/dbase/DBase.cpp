@@ -435,8 +435,8 @@ bool DBase::ReadCurrentRecord() {
 }
 
 // Field access stays beside the record cache so that the cache check is
-// inlined into every field read.
-const DBase::FieldEntry* DBase::FieldForRead(int field) {
+// inlined into every field check.
+const DBase::FieldEntry* DBase::CheckFieldForRead(int field) {
     if (field < 0 || field >= GetNumFields()) {
         status_ = kStatusBadField;
         return nullptr;

@@ -193,7 +193,16 @@ private:
     bool ReadCurrentRecord();
 
     // Field access helpers: check the field number (and the record).
-    const FieldEntry* FieldForRead(int field);
+    // Inline for the common case of a valid field of a record already in
+    // the buffer: a table scan makes one call per field.
+    const FieldEntry* FieldForRead(int field) {
+        if (cachedPosition_ >= 0 && static_cast<size_t>(field) < fields_.size()) {
+            status_ = kStatusOk;
+            return &fields_[static_cast<size_t>(field)];
+        }
+        return CheckFieldForRead(field);
+    }
+    const FieldEntry* CheckFieldForRead(int field);
     FieldEntry* FieldForWrite(int field);
     bool WriteText(const FieldEntry& entry, const char* text, int length);
     bool MarkChanged();
@@ -233,6 +242,10 @@ private:
     bool recordAppended_ = false;
     bool hasDeletedRecords_ = false;
     int32_t current_ = -1;
+    // The file position of the record in the buffer, or -1. Anything that
+    // closes the file, moves the cursor or changes the header's lengths
+    // sets it to -1 first: at 0 or above the table is open and the buffer
+    // holds record current_.
     int64_t cachedPosition_ = -1;
     int32_t status_ = kStatusOk;
     CodePage codePage_;

@@ -7,6 +7,7 @@
 
 #include "dbase/DBase.h"
 #include "dbase/NumericText.h"
+#include "foundation/AsciiRun.h"
 #include "foundation/SystemCodePage.h"
 
 namespace quillet {
@@ -17,12 +18,9 @@ bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
 bool IsTrueLetter(char c) { return c == 'T' || c == 't' || c == 'Y' || c == 'y' || c == '1'; }
 
-// Text fields are scanned eight bytes at a time: a full table scan reads
-// every field of every record, and most fields are plain ASCII padded with
-// spaces.
+// Trailing blanks are found eight bytes at a time: a full table scan reads
+// every field of every record, and text fields are mostly padding.
 constexpr uint64_t kEightSpaces = 0x2020202020202020ull;
-constexpr uint64_t kEightOnes = 0x0101010101010101ull;
-constexpr uint64_t kEightHighBits = 0x8080808080808080ull;
 
 uint64_t LoadEight(const char* bytes) {
     uint64_t word;
@@ -34,25 +32,6 @@ uint64_t LoadEight(const char* bytes) {
 int TrimmedLength(const char* bytes, int length) {
     while (length > 8 && LoadEight(bytes + length - 8) == kEightSpaces) length -= 8;
     while (length > 1 && bytes[length - 1] == ' ') --length;
-    return length;
-}
-
-// Where the text ends: at the first zero byte, as the C library's
-// conversions end, else at `length`. `ascii` tells whether every byte before
-// that is below 0x80.
-int TextLength(const char* bytes, int length, bool& ascii) {
-    int i = 0;
-    // A byte b gives a high bit in (b - 1) | b exactly when it is 0 or at
-    // least 0x80; a borrow only follows such a byte.
-    while (i + 8 <= length && (((LoadEight(bytes + i) - kEightOnes) | LoadEight(bytes + i)) & kEightHighBits) == 0) {
-        i += 8;
-    }
-    ascii = true;
-    for (; i < length; ++i) {
-        auto c = static_cast<unsigned char>(bytes[i]);
-        if (c == 0) return i;
-        if (c >= 0x80) ascii = false;
-    }
     return length;
 }
 
@@ -79,12 +58,18 @@ String DBase::GetFieldString(int field) {
     if (!entry) return text;
     const char* bytes = record_.data() + entry->offset;
     // Trailing spaces go, but never the first byte: a blank field reads as
-    // one space.
-    bool ascii;
-    int length = TextLength(bytes, TrimmedLength(bytes, entry->width), ascii);
-    if (ascii && asciiIsIdentity_) {
-        const auto* narrow = reinterpret_cast<const unsigned char*>(bytes);
-        std::copy(narrow, narrow + length, text.GetBufferSetLength(length));
+    // one space. The text ends at a zero byte, as the C library's
+    // conversions end.
+    int length = TrimmedLength(bytes, entry->width);
+    if (const void* zero = std::memchr(bytes, 0, static_cast<size_t>(length))) {
+        length = static_cast<int>(static_cast<const char*>(zero) - bytes);
+    }
+    // ASCII, nearly all of what tables hold, is widened straight into the
+    // result; anything else goes through the code page.
+    const auto* narrow = reinterpret_cast<const unsigned char*>(bytes);
+    if (asciiIsIdentity_ &&
+        WidenAscii(narrow, static_cast<size_t>(length), text.GetBufferSetLength(length)) ==
+            static_cast<size_t>(length)) {
         return text;
     }
     std::memcpy(narrow_.data(), bytes, static_cast<size_t>(length));
