@@ -1,5 +1,8 @@
 #include "dbase/NumericText.h"
 
+#include <algorithm>
+#include <charconv>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -13,18 +16,46 @@ namespace {
 
 constexpr int kMaxFieldText = 512;
 
-// Copies the first `width` bytes of printf output into the field, with the
-// locale's decimal point turned into the on-disk ".".
+// printf's "%*.*f" (fixed) or "%*.*e" (scientific) of `value`, with "." as
+// the decimal point whatever the locale says; returns the length, which
+// may exceed `width`. Finite values go through to_chars, whose output with
+// a precision is defined as printf's and which does not need the locale or
+// the C library's formatting machinery (most of the cost of appending
+// records). `text` has kMaxFieldText bytes.
+int PrintNumber(double value, std::chars_format format, int width, int precision, char* text) {
+    // printf takes a negative precision as none given.
+    if (precision < 0) precision = 6;
+    char digits[kMaxFieldText];
+    auto [end, error] = std::isfinite(value)
+                            ? std::to_chars(digits, digits + sizeof digits, value, format, precision)
+                            : std::to_chars_result{digits, std::errc::value_too_large};
+    if (error != std::errc()) {
+        const char* pattern = format == std::chars_format::fixed ? "%*.*f" : "%*.*e";
+        int length = std::snprintf(text, kMaxFieldText, pattern, width, precision, value);
+        char point = LocaleDecimalPoint();
+        for (char* c = text; *c; ++c) {
+            if (*c == point) *c = '.';
+        }
+        return length;
+    }
+    auto length = static_cast<int>(end - digits);
+    int pad = std::max(width - length, 0);
+    std::memset(text, ' ', static_cast<size_t>(pad));
+    std::memcpy(text + pad, digits, static_cast<size_t>(length));
+    text[pad + length] = '\0';
+    return pad + length;
+}
+
+// Copies the first `width` bytes of the text into the field.
 void CopyFixedWidth(const char* text, int width, char* out) {
-    char point = LocaleDecimalPoint();
     for (int i = 0; i < width; ++i) {
-        char c = text[i];
-        if (c == '\0') {
-            // printf pads to the width, so this only guards a failed call.
+        if (text[i] == '\0') {
+            // The text is padded to the width, so this only guards a failed
+            // call.
             std::memset(out + i, ' ', static_cast<size_t>(width - i));
             return;
         }
-        out[i] = c == point ? '.' : c;
+        out[i] = text[i];
     }
 }
 
@@ -117,19 +148,20 @@ int Layout(const char* text, char type, int width, int decimals, char* out) {
 void FormatDouble(double value, char type, int width, int decimals, char* out) {
     char text[kMaxFieldText];
     int length = -1;
-    if (type == 'N') {
-        length = std::snprintf(text, sizeof text, "%*.*f", width, decimals, value);
-    }
+    if (type == 'N') length = PrintNumber(value, std::chars_format::fixed, width, decimals, text);
     if (type != 'N' || length > width) {
-        std::snprintf(text, sizeof text, "%*.*e", width, width - 8, value);
+        PrintNumber(value, std::chars_format::scientific, width, width - 8, text);
     }
     CopyFixedWidth(text, width, out);
 }
 
 void FormatInteger(int32_t value, int width, char* out) {
-    char text[kMaxFieldText];
-    std::snprintf(text, sizeof text, "%*d", width, value);
-    CopyFixedWidth(text, width, out);
+    char digits[16];
+    auto length = static_cast<int>(std::to_chars(digits, digits + sizeof digits, value).ptr - digits);
+    // "%*d": right-aligned, and a wider number keeps its first characters.
+    int pad = std::clamp(width - length, 0, width);
+    std::memset(out, ' ', static_cast<size_t>(pad));
+    std::memcpy(out + pad, digits, static_cast<size_t>(std::min(length, width - pad)));
 }
 
 // The decimal text most fields hold ("  -12.50", or "1.25000e+02" in "F"

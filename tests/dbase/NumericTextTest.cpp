@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -78,6 +80,38 @@ TEST(NumericText, FormatsNumbersToTheWidth) {
     numeric_text::FormatInteger(-42, 6, wide.data());
     EXPECT_EQ(narrow, "123");  // a wider integer keeps its first characters
     EXPECT_EQ(wide, "   -42");
+}
+
+// The field forms are the C library's printf forms, cut to the width.
+TEST(NumericText, FormatsAsPrintf) {
+    const double values[] = {0.0, -0.0, 0.5, 2.5, -2.5, 1.0 / 3, -123.456, 1e-7, 9.9999999,
+                             99999.995, 1234567890123.0, -1e300, 4.9e-324, 1.7976931348623157e308,
+                             HUGE_VAL, -HUGE_VAL, NAN};
+    for (double value : values) {
+        for (int width : {1, 5, 8, 9, 13, 19, 24, 40}) {
+            for (int decimals : {0, 1, 3, 11, 15}) {
+                if (decimals >= width) continue;
+                char expected[512];
+                int length = std::snprintf(expected, sizeof expected, "%*.*f", width, decimals, value);
+                if (length > width) std::snprintf(expected, sizeof expected, "%*.*e", width, width - 8, value);
+                std::string out(static_cast<size_t>(width), '#');
+                numeric_text::FormatDouble(value, 'N', width, decimals, out.data());
+                EXPECT_EQ(out, std::string(expected, static_cast<size_t>(width))) << value << " " << width;
+                std::snprintf(expected, sizeof expected, "%*.*e", width, width - 8, value);
+                numeric_text::FormatDouble(value, 'F', width, decimals, out.data());
+                EXPECT_EQ(out, std::string(expected, static_cast<size_t>(width))) << value << " " << width;
+            }
+        }
+    }
+    for (int32_t value : {0, 7, -42, 12345, INT32_MAX, INT32_MIN}) {
+        for (int width : {1, 3, 6, 11, 12}) {
+            char expected[32];
+            std::snprintf(expected, sizeof expected, "%*d", width, value);
+            std::string out(static_cast<size_t>(width), '#');
+            numeric_text::FormatInteger(value, width, out.data());
+            EXPECT_EQ(out, std::string(expected, static_cast<size_t>(width))) << value << " " << width;
+        }
+    }
 }
 
 TEST(NumericText, ParsesExactlyAsStrtod) {
