@@ -1,7 +1,7 @@
 // The system code page conversions on field-sized text (16 bytes), as table
 // reading calls them: the ANSI code page of the environment, an explicit
-// single-byte code page served from its table, UTF-8, and a multi-byte code
-// page through iconv.
+// single-byte code page served from its table, UTF-8, and a double-byte code
+// page through the tables filled from iconv.
 
 #include <benchmark/benchmark.h>
 
