@@ -45,8 +45,9 @@ int S_ClampToInt(uint32_t size) { return static_cast<int>(std::min<uint32_t>(siz
 // The system's OEM conversions take a long text piece by piece, so that its
 // terminator is found in the piece about to be converted rather than in a
 // pass of its own over the whole text. Pieces end between characters: after a
-// byte below 0x40, which no multi-byte code page uses within a character, or
-// anywhere in wide text. `size` bounds the source as the single call
+// byte below 0x30, which no multi-byte code page uses within a character
+// (GB18030's four-byte characters hold bytes from 0x30, the others' trail
+// bytes start at 0x40), or anywhere in wide text. `size` bounds the source as the single call
 // MultiByteToWideChar(CP_OEMCP, 0, src, n, dst, n) / CharToOemBuffW(src, dst,
 // n) with n = min(size, length + 1) would, and the output never passes it.
 constexpr uint32_t kPiece = 16384;
@@ -59,7 +60,7 @@ uint32_t S_PieceLength(const char* piece, uint32_t rest) {
     }
     if (limit == rest) return limit;
     uint32_t take = limit;
-    while (take > 0 && static_cast<unsigned char>(piece[take - 1]) >= 0x40) --take;
+    while (take > 0 && static_cast<unsigned char>(piece[take - 1]) >= 0x30) --take;
     return take > 0 ? take : S_Bounded(piece, rest);  // nowhere to cut: the rest at once
 }
 
