@@ -47,9 +47,10 @@ int S_ClampToInt(uint32_t size) { return static_cast<int>(std::min<uint32_t>(siz
 // pass of its own over the whole text. Pieces end between characters: after a
 // byte below 0x30, which no multi-byte code page uses within a character
 // (GB18030's four-byte characters hold bytes from 0x30, the others' trail
-// bytes start at 0x40), or anywhere in wide text. `size` bounds the source as the single call
-// MultiByteToWideChar(CP_OEMCP, 0, src, n, dst, n) / CharToOemBuffW(src, dst,
-// n) with n = min(size, length + 1) would, and the output never passes it.
+// bytes start at 0x40), or anywhere in wide text. `size` bounds the source as
+// the single call MultiByteToWideChar(CP_OEMCP, 0, src, n, dst, n) /
+// CharToOemBuffW(src, dst, n) with n = min(size, length + 1) would, and the
+// output never passes it.
 constexpr uint32_t kPiece = 16384;
 
 // The units of the next piece of the `rest` units that `size` still allows.

@@ -25,7 +25,8 @@ constexpr int kMaxFieldText = 512;
 int PrintNumber(double value, std::chars_format format, int width, int precision, char* text) {
     // printf takes a negative precision as none given.
     if (precision < 0) precision = 6;
-    char digits[kMaxFieldText];
+    // One byte short of `text`, so that the terminator always fits.
+    char digits[kMaxFieldText - 1];
     auto [end, error] = std::isfinite(value)
                             ? std::to_chars(digits, digits + sizeof digits, value, format, precision)
                             : std::to_chars_result{digits, std::errc::value_too_large};
@@ -39,7 +40,7 @@ int PrintNumber(double value, std::chars_format format, int width, int precision
         return length;
     }
     auto length = static_cast<int>(end - digits);
-    int pad = std::max(width - length, 0);
+    int pad = std::clamp(width - length, 0, kMaxFieldText - 1 - length);
     std::memset(text, ' ', static_cast<size_t>(pad));
     std::memcpy(text + pad, digits, static_cast<size_t>(length));
     text[pad + length] = '\0';
