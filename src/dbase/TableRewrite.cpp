@@ -28,17 +28,17 @@ bool TableRewrite::Begin(const DBaseHeaderRecord& header, const std::vector<DBas
     return out.Write(&kDBaseHeaderTerminator, 1) == 1;
 }
 
-int32_t TableRewrite::CopyLiveRecords(File& table, int64_t firstRecord, int recordLength, int32_t count,
-                                      int dropOffset, int dropWidth, int zeroBytes) {
+int32_t TableRewrite::CopyLiveRecords(File& table, int64_t firstRecord, int recordLength, int dropOffset,
+                                      int dropWidth, int zeroBytes) {
     if (!table.SeekEx(firstRecord, File::kBegin)) return -1;
     std::vector<char> in(static_cast<size_t>(recordLength));
     int outLength = recordLength - dropWidth + zeroBytes;
     std::vector<char> out(static_cast<size_t>(outLength), '\0');
     int tail = recordLength - dropOffset - dropWidth;
     int32_t written = 0;
-    for (int32_t i = 0; i < count; ++i) {
-        if (table.Read(in.data(), recordLength) != recordLength) break;
+    while (table.Read(in.data(), recordLength) == recordLength) {
         if (static_cast<unsigned char>(in[0]) == kDBaseDeletedFlag) continue;
+        if (written == INT32_MAX) return -1;
         std::memcpy(out.data(), in.data(), static_cast<size_t>(dropOffset));
         std::memcpy(out.data() + dropOffset, in.data() + dropOffset + dropWidth, static_cast<size_t>(tail));
         if (temp_.file().Write(out.data(), outLength) != outLength) return -1;

@@ -27,13 +27,15 @@ public:
     // Finish), the descriptors and the terminator.
     bool Begin(const DBaseHeaderRecord& header, const std::vector<DBaseFieldRecord>& fields);
 
-    // Copies the live records of `table` (up to `count` of `recordLength`
-    // bytes from `firstRecord`, stopping at a short read), leaving out the
-    // bytes [dropOffset, dropOffset + dropWidth) of each and appending
-    // `zeroBytes` zero bytes. Returns the number of records written, -1 when
-    // a write fails.
-    int32_t CopyLiveRecords(File& table, int64_t firstRecord, int recordLength, int32_t count,
-                            int dropOffset, int dropWidth, int zeroBytes);
+    // Copies the live records of `table`, every `recordLength` bytes from
+    // `firstRecord` up to the first short read, leaving out the bytes
+    // [dropOffset, dropOffset + dropWidth) of each and appending `zeroBytes`
+    // zero bytes. The header's record count is not trusted: a crash between
+    // writing records and writing the header leaves more records than it
+    // counts, and those must survive. Returns the number of records written,
+    // -1 when a write fails or the count would overflow.
+    int32_t CopyLiveRecords(File& table, int64_t firstRecord, int recordLength, int dropOffset,
+                            int dropWidth, int zeroBytes);
 
     // Writes the end-of-file byte and the final header, then copies the new
     // contents over `table`. On failure the table holds its old bytes.

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "TableBuilder.h"
 #include "dbase/DBase.h"
 
@@ -118,6 +120,37 @@ TEST_F(DBaseSchema, RefusedChangesLeaveTheFileAlone) {
     EXPECT_EQ(table.GetLastStatus(), DBase::kStatusBadField);
     EXPECT_EQ(Bytes(), before);
     EXPECT_FALSE(table.IsOpen());
+}
+
+// A crash between writing records and writing the header leaves a count
+// below the records the file holds. Every rewrite reads records up to the
+// end of the file, so the uncounted live ones survive it.
+TEST_F(DBaseSchema, CompactFileLostRecordsPastTheHeaderCount) {
+    const std::pair<const char*, std::function<bool(DBase&)>> rewrites[] = {
+        {"compact", [](DBase& t) { return OpenTable(t) && t.CompactFile(); }},
+        {"add", [](DBase& t) { return t.AddColumn(L"NEW", DBase::qovaLogical, 1, 0); }},
+        {"drop", [](DBase& t) { return t.DropColumn(L"AREA"); }},
+    };
+    for (const auto& [what, rewrite] : rewrites) {
+        test::CreateTable(path_, {{L"NAME", DBase::qovaCharacter, 5, 0},
+                                  {L"AREA", DBase::qovaNumeric, 6, 1}});
+        Fill(5);
+        auto bytes = Bytes();
+        bytes[4] = 2;                // counts two of five records
+        bytes[bytes[8] + 12] = '*';  // record 1 deleted
+        test::WriteBytes(dir_ / "t.dbf", bytes);
+        DBase table(path_);
+        ASSERT_TRUE(rewrite(table)) << what;
+        table.Close();
+        ASSERT_TRUE(OpenTable(table, true)) << what;
+        ASSERT_EQ(table.GetNumRecords(), 4) << what;
+        for (int i = 0; i < 4; ++i) {
+            ASSERT_TRUE(table.MoveTo(i));
+            EXPECT_EQ(table.GetFieldString(0), String(i == 0 ? L"r0" : (L"r" + std::to_wstring(i + 1)).c_str()))
+                << what << i;
+        }
+        EXPECT_EQ(Bytes().back(), 0x1A) << what;
+    }
 }
 
 TEST_F(DBaseSchema, CompactingWithoutDeletionsKeepsEveryByteButTheDate) {
