@@ -256,7 +256,14 @@ bool DBase::Flush() {
         status_ = kStatusWriteFailed;
         return false;
     }
-    return WriteHeader();
+    // Another reader of the table must see the records and their count once
+    // this returns, so the file's own buffer goes out too.
+    if (!WriteHeader()) return false;
+    if (!file_->Flush()) {
+        status_ = kStatusWriteFailed;
+        return false;
+    }
+    return true;
 }
 
 bool DBase::CommitChanges() {

@@ -104,6 +104,20 @@ TEST_F(DBaseTable, ChangedRecordIsWrittenBackWhenTheCursorMoves) {
     EXPECT_EQ(reader.GetFieldString(0), String(L"changed"));
 }
 
+TEST_F(DBaseTable, FlushLeftTheHeaderInABuffer) {
+    Fill({L"a"});
+    DBase writer(path_);
+    ASSERT_TRUE(OpenTable(writer, false, true));
+    ASSERT_TRUE(writer.AddRecord());
+    ASSERT_TRUE(writer.SetFieldString(0, L"added"));
+    ASSERT_TRUE(writer.Flush());
+    DBase reader(path_);
+    ASSERT_TRUE(OpenTable(reader, true, true));
+    ASSERT_EQ(reader.GetNumRecords(), 2);
+    ASSERT_TRUE(reader.MoveTo(1));
+    EXPECT_EQ(reader.GetFieldString(0), String(L"added"));
+}
+
 TEST_F(DBaseTable, ReadOnlyTableFailsToWriteBack) {
     Fill({L"a"});
     DBase table(path_);
