@@ -685,17 +685,19 @@ bool VFile::CompactFile() {
     if (IsVariableLength() && !index_) return Fail(File::kNotOpen);
     std::wstring name = TemporaryFile::UniqueName(L"vfc");
     if (name.empty()) return Fail(File::kGeneralFailure);
-    // The copy keeps this file's byte order and header, so that copying its
-    // bytes back changes nothing but the records.
+    // The copy is a new file of indexed access in the default byte order, and
+    // it is what replaces this one: a little-endian file, or one of file code
+    // 9991 or 9992, comes out big-endian with code 9993 or 9994. Only the
+    // user type, the record length and the user header carry over.
     VFile copy(name.c_str());
-    AccessMethod method = header_.fileCode >= kCodeFixedIndexed ? kIndexed : kNotIndexed;
-    if (!copy.Create(header_.userType, kReadWrite, true, method, header_.recordLength, type_)) {
+    if (!copy.Create(header_.userType, kReadWrite, true, kIndexed, header_.recordLength)) {
         return Fail(copy.GetLastError());
     }
-    bool ok = CopyLiveRecordsTo(copy) && copy.WriteHeader(header_);
+    bool ok = CopyLiveRecordsTo(copy) && copy.WriteUserHeader(header_.userHeader, kUserHeaderLength);
     if (!ok && copy.GetLastError() != File::kNoError) lastError_ = copy.GetLastError();
     ok = ok && CopyOver(copy);
     if (ok) {
+        type_ = copy.type_;
         count_ = copy.count_;
         dataEnd_ = copy.dataEnd_;
         indexEnd_ = copy.indexEnd_;

@@ -160,6 +160,40 @@ TEST(VFileRecords, DeletedAndMissingRecordsReadAsNothingUntilCompacted) {
     EXPECT_EQ(std::filesystem::file_size(dir / "c.shx"), 100u + 3 * 8);
 }
 
+// The compacted copy is made as a new indexed file in the default byte order,
+// and it is what replaces the old one.
+TEST(VFileRecords, CompactFileKeptTheOldFileCodeAndByteOrder) {
+    TempDir dir;
+    auto little = dir.Wide("l.dat");
+    WriteFile(little, {4, 6, 8}, VFile::kLittleEndian);
+    auto fixed = dir.Wide("f.dat");
+    {
+        VFile file(fixed.c_str());
+        ASSERT_TRUE(file.Create(7, VFile::kReadWrite, false, VFile::kNotIndexed, 2));
+        ASSERT_TRUE(file.WriteUserHeader(kUserHeader.data(), 72));
+        for (unsigned char i = 0; i < 3; ++i) ASSERT_EQ(file.WriteNextRecord(Record(4, i).data(), 4), i);
+        ASSERT_TRUE(file.Close());
+    }
+    for (auto [path, code] : {std::pair{little, 9994}, std::pair{fixed, 9993}}) {
+        VFile file(path.c_str());
+        ASSERT_TRUE(file.Open(VFile::kReadWrite, VFile::kIndexed, false, false));
+        ASSERT_TRUE(file.DeleteRecord(1));
+        ASSERT_TRUE(file.CompactFile());
+        EXPECT_EQ(file.GetFileType(), VFile::kBigEndian);
+        ASSERT_TRUE(file.Close());
+        Bytes data = ReadBytes(std::filesystem::path(path));
+        EXPECT_EQ(BE(data, 0), code);
+        EXPECT_EQ(BE(data, 4), 7);
+        EXPECT_EQ(BE(data, 24), static_cast<int32_t>(data.size() / 2));
+        EXPECT_EQ(Bytes(data.begin() + 28, data.begin() + 100), kUserHeader);
+        ASSERT_TRUE(file.Open(VFile::kReadOnly, VFile::kIndexed, false, false));
+        EXPECT_EQ(file.GetNumRecs(), 2);
+        Bytes last = ReadAll(file, 1);
+        ASSERT_FALSE(last.empty());
+        EXPECT_EQ(last[0], code == 9994 ? 32 : 2);  // the former record 2
+    }
+}
+
 TEST(VFileRecords, FixedLengthRecordsMarkTheirFirstFourBytes) {
     TempDir dir;
     VFile file(dir.Wide("f.dat").c_str());
