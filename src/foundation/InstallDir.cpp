@@ -5,9 +5,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
+#include "foundation/DebugOutput.h"
 #include "foundation/Utf8.h"
 #include "foundation/Win32Error.h"
 
@@ -38,12 +41,52 @@ std::string ModulePath(HMODULE module) {
     return std::string(path, static_cast<size_t>(length));
 }
 
+std::string Parent(const std::string& path) {
+    size_t slash = path.rfind('/');
+    return slash == std::string::npos ? std::string() : path.substr(0, slash);
+}
+
+bool IsInside(const std::string& path, const std::string& folder) {
+    return path.size() > folder.size() && path.compare(0, folder.size(), folder) == 0 &&
+           path[folder.size()] == '/';
+}
+
+// The folders that may hold locale/codepage, most specific first. An
+// installed copy may have been moved or installed under another prefix than
+// the one it was configured for, so the data folder is also sought where it
+// lies relative to the library's (or, linked statically, the program's) own
+// folder. The source tree is consulted only by a build that runs from its
+// build tree: an installed copy must never depend on it.
+std::vector<std::string> CandidateFolders() {
+    std::string module = ModulePath(GetModuleHandleW(L"Quillet.dll"));
+    std::string moduleDir = Parent(module);
+    std::vector<std::string> folders{QUILLET_INSTALL_DATADIR};
+    if (!moduleDir.empty()) {
+        folders.push_back(moduleDir + "/" QUILLET_DATADIR_FROM_LIBDIR);
+        folders.push_back(moduleDir + "/" QUILLET_DATADIR_FROM_BINDIR);
+    }
+    if (IsInside(module, QUILLET_BINARY_DIR)) folders.push_back(QUILLET_SOURCE_DIR);
+    return folders;
+}
+
+void ReportNoTables(const std::vector<std::string>& folders) {
+    static std::atomic<bool> reported{false};
+    if (reported.exchange(true)) return;
+    std::string message = "quillet: no code page table folder (locale/codepage) found; looked in $QUILLET_HOME";
+    for (const std::string& folder : folders) message += ", " + folder;
+    message += "\n";
+    OutputDebugStringW(utf8::Decode(message).c_str());
+}
+
 }  // namespace
 
 std::wstring QovaSxS::GetCurrentInstallDir() {
     if (const char* home = std::getenv("QUILLET_HOME"); home && *home) return utf8::Decode(home);
-    if (HoldsCodePageTables(QUILLET_INSTALL_DATADIR)) return utf8::Decode(QUILLET_INSTALL_DATADIR);
-    if (HoldsCodePageTables(QUILLET_SOURCE_DIR)) return utf8::Decode(QUILLET_SOURCE_DIR);
+    std::vector<std::string> folders = CandidateFolders();
+    for (const std::string& folder : folders) {
+        if (HoldsCodePageTables(folder)) return utf8::Decode(folder);
+    }
+    ReportNoTables(folders);
     return {};
 }
 

@@ -11,9 +11,11 @@ namespace quillet {
 
 class QUILLET_EXPORT QovaSxS {
 public:
-    // $QUILLET_HOME when set; else the configured install prefix's
-    // share/quillet when it holds locale/codepage; else the source tree of a
-    // build that has not been installed, when it is still there; else empty
+    // $QUILLET_HOME when set; else the first folder holding locale/codepage
+    // of: the configured install prefix's share/quillet, the same folder
+    // found relative to the library's own location (an install moved or made
+    // under another prefix), and, for a library that runs from its build
+    // tree, the source tree. Else empty, which the debug output reports once
     // (callers then derive the folder from the module's own location).
     static std::wstring GetCurrentInstallDir();
 };

@@ -1,32 +1,69 @@
 # Script mode: see CMakeLists.txt beside it.
+#
+# The installed copy must work on its own: the source tree's code page tables
+# are hidden while the installed programs run, QUILLET_HOME is unset, and the
+# prefix is not the one the build was configured for.
+set(locale ${SOURCE_DIR}/locale)
+set(hidden ${SOURCE_DIR}/locale.hidden-by-consumer-test)
+# A run that was killed half way leaves the tables hidden: put them back.
+if(EXISTS ${hidden} AND NOT EXISTS ${locale})
+    file(RENAME ${hidden} ${locale})
+endif()
 file(REMOVE_RECURSE ${WORK})
 set(prefix ${WORK}/prefix)
+unset(ENV{QUILLET_HOME})
+unset(ENV{LD_LIBRARY_PATH})
 
+# Runs a command; on failure remembers the first error instead of stopping,
+# so that the tables are always put back.
 function(run)
-    execute_process(COMMAND ${ARGN} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
-    if(NOT rc EQUAL 0)
-        message(FATAL_ERROR "failed: ${ARGN}\n${out}\n${err}")
+    execute_process(COMMAND ${ARGN} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err
+                    INPUT_FILE ${input})
+    if(NOT rc EQUAL 0 AND NOT failure)
+        set(failure "failed: ${ARGN}\n${out}\n${err}" PARENT_SCOPE)
     endif()
     set(last_output "${out}" PARENT_SCOPE)
+    set(last_error "${err}" PARENT_SCOPE)
+endfunction()
+function(expect text output what)
+    string(FIND "${output}" "${text}" at)
+    if(at EQUAL -1 AND NOT failure)
+        set(failure "${what}: expected \"${text}\" in:\n${output}" PARENT_SCOPE)
+    endif()
 endfunction()
 
+set(input /dev/null)
 run(${CMAKE_COMMAND} --install ${QUILLET_BUILD} --prefix ${prefix})
-
-# find_package(Quillet)
 run(${CMAKE_COMMAND} -S ${CONSUMER_SOURCE} -B ${WORK}/build -DCMAKE_PREFIX_PATH=${prefix}
     -DCMAKE_CXX_COMPILER=${CXX})
 run(${CMAKE_COMMAND} --build ${WORK}/build)
-set(ENV{LD_LIBRARY_PATH} ${prefix}/lib)
-set(ENV{QUILLET_HOME} ${prefix}/share/quillet)
-run(${WORK}/build/consumer)
-message(STATUS "find_package consumer: ${last_output}")
-
-# pkg-config
 file(GLOB pcdir ${prefix}/lib*/pkgconfig)
 set(ENV{PKG_CONFIG_PATH} ${pcdir})
 run(pkg-config --cflags --libs quillet)
 string(STRIP "${last_output}" flags)
 separate_arguments(flags UNIX_COMMAND "${flags}")
 run(${CXX} ${CONSUMER_SOURCE}/main.cpp -o ${WORK}/consumer-pc ${flags})
-run(${WORK}/consumer-pc)
-message(STATUS "pkg-config consumer: ${last_output}")
+# "Moskva" in code page 866.
+string(ASCII 140 174 225 170 162 160 moskva)
+file(WRITE ${WORK}/866.txt "${moskva}\n")
+
+if(NOT failure)
+    file(RENAME ${locale} ${hidden})
+    run(${WORK}/build/consumer)
+    message(STATUS "find_package consumer: ${last_output}")
+    # Linked through pkg-config alone: the library is found through the rpath.
+    run(${WORK}/consumer-pc)
+    message(STATUS "pkg-config consumer: ${last_output}")
+    set(input ${WORK}/866.txt)
+    run(${prefix}/bin/quillet codepage decode 866)
+    expect("Москва" "${last_output}" "installed quillet codepage decode 866")
+    # With the installed tables gone too, the debug output says so.
+    file(RENAME ${prefix}/share/quillet ${prefix}/share/quillet.gone)
+    set(ENV{QUILLET_DEBUG} 1)
+    run(${prefix}/bin/quillet codepage decode 866)
+    expect("no code page table folder" "${last_error}" "QUILLET_DEBUG without tables")
+    file(RENAME ${hidden} ${locale})
+endif()
+if(failure)
+    message(FATAL_ERROR "${failure}")
+endif()
