@@ -34,32 +34,78 @@ def environment(helper):
     return tool, os.path.join(helpers, helper)
 
 
-def peer_samples():
-    folder = os.path.join(os.environ.get("QUILLET_SHARED_DIR", ""), "data", "peer-samples")
+def shared_data(name):
+    """A folder of ../shared/data, or a skip when it is absent."""
+    folder = os.path.join(os.environ.get("QUILLET_SHARED_DIR", ""), "data", name)
     if not os.path.isdir(folder):
-        skip("no peer samples in " + folder)
+        skip("no %s in %s" % (name, folder))
     return folder
 
 
-def run(*args, stdin=None):
-    return subprocess.run(list(args), input=stdin, capture_output=True, text=True)
+def peer_samples():
+    return shared_data("peer-samples")
 
 
-def output(*args, stdin=None):
+def run(*args, stdin=None, env=None):
+    return subprocess.run(list(args), input=stdin, capture_output=True, text=True,
+                          env=None if env is None else dict(os.environ, **env))
+
+
+def output(*args, stdin=None, env=None):
     """What the program prints; an exception when it fails."""
-    result = run(*args, stdin=stdin)
+    result = run(*args, stdin=stdin, env=env)
     if result.returncode != 0:
         raise RuntimeError("%s failed: %s" % (" ".join(args), result.stderr.strip()))
     return result.stdout
 
 
-def quillet_records(tool, path):
-    return [json.loads(line) for line in output(tool, "dbf", "dump", path, "--format", "jsonl").splitlines() if line]
+def quillet_records(tool, path, env=None):
+    dump = output(tool, "dbf", "dump", path, "--format", "jsonl", env=env)
+    return [json.loads(line) for line in dump.splitlines() if line]
 
 
 def quillet_fields(tool, path):
     fields = json.loads(output(tool, "dbf", "info", path, "--json"))["fields"]
     return [(f["name"], f["type"], f["width"], f["decimals"]) for f in fields]
+
+
+RESERVED_NAMES = ("OID", "FID", "SHAPE")
+
+
+def _add_on(name):
+    """What a clashing name grows by, from its last character."""
+    last = name[-1]
+    if "0" <= last <= "8":
+        return chr(ord(last) + 1)
+    if last == "_":
+        return "1"
+    if last == "9":
+        digits = len(name) - len(name.rstrip("0123456789"))
+        return str(int(name[-digits:]) + 1)
+    return "_"
+
+
+def _renamed(name):
+    add = _add_on(name)
+    if name[-1] == "9":
+        if len(name) + len(add) + 1 > 10:
+            name = name[:9 - len(add)]
+        return name + "_" + add
+    if add == "_":
+        return (name[:8] if len(name) + 2 > 10 else name) + "_1"
+    return (name[:9] if len(name) + 1 > 10 else name) + add
+
+
+def cleaned_names(names):
+    """Field names as a table reader that keeps names unique shows them:
+    trimmed, and renamed while they equal (ignoring case) a reserved name or
+    a name before them."""
+    out = []
+    for name in (n.strip() for n in names):
+        while name and (name.upper() in RESERVED_NAMES or name.upper() in (o.upper() for o in out)):
+            name = _renamed(name)
+        out.append(name)
+    return out
 
 
 def same_value(ours, theirs):
