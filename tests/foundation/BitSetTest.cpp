@@ -33,6 +33,7 @@ void RequireSame(const BitSet& set, const Model& model) {
     int32_t size = static_cast<int32_t>(model.bits.size());
     RC_ASSERT(set.GetSize() == size);
     RC_ASSERT(set.Count() == model.Count(size));
+    RC_ASSERT(set.AllSet() == (model.Count(size) == size));
     for (int32_t i = -1; i <= size; ++i) {
         RC_ASSERT(set.IsSet(i) == (i >= 0 && i < size && model.bits[i]));
         RC_ASSERT(set.Count(i) == model.Count(i));
@@ -107,16 +108,6 @@ TEST(BitSet, ExportBlockDescribesTheWords) {
               std::vector<unsigned char>(expected, expected + 16));
 }
 
-TEST(BitSet, EmptySetExportsNoWordsAndHighestMinusOne) {
-    std::vector<uint32_t> words{1, 2};
-    BitSet::ExportHeader header = BitSet().Export(&words);
-    EXPECT_TRUE(words.empty());
-    EXPECT_EQ(header.wordCount, 0);
-    EXPECT_EQ(header.highestSet, -1);
-    EXPECT_TRUE(header.IsPlausible(0));
-    EXPECT_EQ(BitSet(header, nullptr), BitSet());
-}
-
 TEST(BitSet, ImportTrustsTheWordsNotTheCounters) {
     const uint32_t words[] = {0xFFFFFFFFu, 0xFFFFFFFFu};
     // Size 40: the bits 40..63 of the stored words are dropped.
@@ -151,33 +142,6 @@ TEST(BitSet, ImplausibleBlocksAreRecognised) {
     header.size = 0;
     header.setCount = 0;
     EXPECT_FALSE(header.IsPlausible(1 << 20));
-}
-
-TEST(BitSet, CountIncludesTheGivenBit) {
-    BitSet set(2048);
-    set.Set(0);
-    set.Set(4);
-    set.Set(1500);
-    EXPECT_EQ(set.Count(0), 1);
-    EXPECT_EQ(set.Count(3), 1);
-    EXPECT_EQ(set.Count(4), 2);
-    EXPECT_EQ(set.Count(1499), 2);
-    EXPECT_EQ(set.Count(1500), 3);
-    EXPECT_EQ(set.Count(-1), 0);
-}
-
-TEST(BitSet, ExtendBySetBitsAcrossWordBoundaries) {
-    BitSet set;
-    set.Extend(30, false);
-    set.Extend(5, true);  // bits 30..34 straddle the first word
-    EXPECT_EQ(set.Count(), 5);
-    EXPECT_EQ(set.GetNextSet(-1), 30);
-    EXPECT_EQ(set.GetPrevSet(set.GetSize()), 34);
-    set.Extend(1, true);
-    EXPECT_EQ(set.Count(), 6);
-    EXPECT_FALSE(set.AllSet());
-    set.SetSize(31);  // shrinking drops the set bits beyond
-    EXPECT_EQ(set.Count(), 1);
 }
 
 }  // namespace

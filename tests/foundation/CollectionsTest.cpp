@@ -9,7 +9,6 @@
 #include "foundation/DebugOutput.h"
 #include "foundation/IEnvelope.h"
 #include "foundation/IFIDSet.h"
-#include "foundation/IField.h"
 #include "foundation/RecNumSet.h"
 #include "foundation/StringArray.h"
 
@@ -132,19 +131,6 @@ TEST(FIDSet, FailedCreationIsReportedOnTheDebugOutput) {
     EXPECT_EQ(CoCreateFIDSet(CLSID_FIDSet, &set), S_OK);
 }
 
-TEST(Field, VariantTypeFollowsTheFieldType) {
-    Field field(L"PRICE", qovaFieldTypeDouble, 12, 12, 2);
-    VARTYPE vt;
-    ASSERT_EQ(field.get_VarType(&vt), S_OK);
-    EXPECT_EQ(vt, VT_R8);
-    EXPECT_EQ(Field::VarTypeOf(qovaFieldTypeSmallInteger), VT_I2);
-    EXPECT_EQ(Field::VarTypeOf(qovaFieldTypeOID), VT_I4);
-    EXPECT_EQ(Field::VarTypeOf(qovaFieldTypeDate), VT_DATE);
-    EXPECT_EQ(Field::VarTypeOf(qovaFieldTypeGUID), VT_BSTR);
-    EXPECT_EQ(Field::VarTypeOf(qovaFieldTypeBlob), VT_EMPTY);
-    EXPECT_EQ(field.get_Scale(nullptr), E_POINTER);
-}
-
 TEST(Envelope, EmptyByDefaultAndAfterSetEmpty) {
     Envelope e;
     bool empty = false;
@@ -162,10 +148,6 @@ TEST(Envelope, EmptyByDefaultAndAfterSetEmpty) {
     e.get_Height(&h);
     EXPECT_EQ(w, 3.0);
     EXPECT_EQ(h, 6.0);
-    WKSEnvelope wks;
-    e.QueryWKSCoords(&wks);
-    EXPECT_TRUE(wks.Contains(WKSEnvelope{1, 2, 4, 8}));
-    EXPECT_FALSE(wks.Contains(WKSEnvelope{0, 2, 4, 8}));
 
     Envelope point(5, 5, 5, 5);  // a point is not empty
     point.get_IsEmpty(&empty);

@@ -89,15 +89,5 @@ TEST_F(FaultInjectionTest, RenameAndCopyFail) {
     EXPECT_TRUE(MoveFileW(Path("a").c_str(), Path("b").c_str()));
 }
 
-TEST_F(FaultInjectionTest, ZeroDisarmsAndResetClearsCounts) {
-    File file(Path().c_str());
-    ASSERT_TRUE(file.Create(1, 0));
-    FaultInjection::FailNth(FaultInjection::kWrite, 1);
-    FaultInjection::FailNth(FaultInjection::kWrite, 0);
-    EXPECT_EQ(file.Write("a", 1), 1);
-    FaultInjection::Reset();
-    EXPECT_EQ(FaultInjection::Count(FaultInjection::kWrite), 0);
-}
-
 }  // namespace
 }  // namespace quillet

@@ -43,13 +43,11 @@ TEST(FileSystemPath, SplitsIntoFolderBaseNameAndExtension) {
     EXPECT_EQ(W(FileSystemPath(L"a.").GetBaseName()), L"a");
 }
 
-TEST(FileSystemPath, GetPathAddsTheSeparatorOnlyWhenMissing) {
+TEST(FileSystemPath, EditsKeepTheOtherParts) {
     EXPECT_EQ(W(FileSystemPath(L"/data").GetPath(true)), L"/data/");
     EXPECT_EQ(W(FileSystemPath(L"/data/").GetPath(true)), L"/data/");
     EXPECT_EQ(W(FileSystemPath(L"").GetPath(true)), L"/");
-}
 
-TEST(FileSystemPath, SetExtensionReplacesAddsOrRemoves) {
     FileSystemPath p(L"/data/roads.shp");
     p.SetExtension(L"sbn");
     EXPECT_EQ(W(p.GetPath()), L"/data/roads.sbn");
@@ -59,28 +57,22 @@ TEST(FileSystemPath, SetExtensionReplacesAddsOrRemoves) {
     EXPECT_EQ(W(p.GetPath()), L"/data/roads");
     p.SetExtension(L"cpg");
     EXPECT_EQ(W(p.GetPath()), L"/data/roads.cpg");
-
     FileSystemPath hidden(L"dir/.rc");
     hidden.SetExtension(L"bak");
     EXPECT_EQ(W(hidden.GetPath()), L"dir/.rc.bak");
-}
 
-TEST(FileSystemPath, SetBaseNameKeepsFolderAndExtension) {
-    FileSystemPath p(L"/data/roads.dbf");
     p.SetBaseName(L"roads.NAME");
-    EXPECT_EQ(W(p.GetPath()), L"/data/roads.NAME.dbf");
-    FileSystemPath q(L"table");
-    q.SetBaseName(L"other");
-    EXPECT_EQ(W(q.GetPath()), L"other");
-}
+    EXPECT_EQ(W(p.GetPath()), L"/data/roads.NAME.cpg");
+    FileSystemPath bare(L"table");
+    bare.SetBaseName(L"other");
+    EXPECT_EQ(W(bare.GetPath()), L"other");
 
-TEST(FileSystemPath, AppendFileJoinsWithOneSeparator) {
-    FileSystemPath p(L"/data");
-    p.AppendFile(L"roads.dbf");
-    EXPECT_EQ(W(p.GetPath()), L"/data/roads.dbf");
-    FileSystemPath q(L"/data/");
-    q.AppendFile(L"/x");
-    EXPECT_EQ(W(q.GetPath()), L"/data/x");
+    FileSystemPath folder(L"/data");
+    folder.AppendFile(L"roads.dbf");
+    EXPECT_EQ(W(folder.GetPath()), L"/data/roads.dbf");
+    FileSystemPath slash(L"/data/");
+    slash.AppendFile(L"/x");
+    EXPECT_EQ(W(slash.GetPath()), L"/data/x");
     FileSystemPath empty;
     empty.AppendFile(L"name");
     EXPECT_EQ(W(empty.GetPath()), L"name");

@@ -12,27 +12,21 @@ namespace {
 
 using test::ScopedEnv;
 
-TEST(LocaleTest, DefaultsAreEnglishWithWesternCodePages) {
-    ScopedEnv lang("QUILLET_LANGID", nullptr);
-    ScopedEnv country("QUILLET_COUNTRYID", nullptr);
-    ScopedEnv acp("QUILLET_ACP", nullptr);
-    ScopedEnv oem("QUILLET_OEMCP", nullptr);
-    EXPECT_EQ(QovaLocale::GetLangID(), 9);
-    EXPECT_EQ(QovaLocale::GetCountryID(), 1);
-    EXPECT_EQ(GetACP(), 1252u);
-    EXPECT_EQ(GetOEMCP(), 437u);
-}
-
-TEST(LocaleTest, TheEnvironmentSwitchesLocaleAtEveryCall) {
+// Read at every call, so that tests can switch locales in between.
+TEST(LocaleTest, TheEnvironmentSetsTheLocaleElseEnglishWithWesternCodePages) {
+    ScopedEnv noLang("QUILLET_LANGID", nullptr);
+    ScopedEnv noCountry("QUILLET_COUNTRYID", nullptr);
+    ScopedEnv noAcp("QUILLET_ACP", nullptr);
+    ScopedEnv noOem("QUILLET_OEMCP", nullptr);
     {
         ScopedEnv lang("QUILLET_LANGID", "17");
         ScopedEnv acp("QUILLET_ACP", "932");
-        ScopedEnv oem("QUILLET_OEMCP", "932");
         EXPECT_EQ(QovaLocale::GetLangID(), 17);
         EXPECT_EQ(GetACP(), 932u);
-        EXPECT_EQ(GetOEMCP(), 932u);
     }
+    EXPECT_EQ(QovaLocale::GetCountryID(), 1);
     EXPECT_EQ(GetACP(), 1252u);
+    EXPECT_EQ(GetOEMCP(), 437u);
     ScopedEnv junk("QUILLET_LANGID", "ten");
     EXPECT_EQ(QovaLocale::GetLangID(), 9);
 }

@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <string>
 
-#include "foundation/Variant.h"
-
 namespace quillet {
 namespace {
 
@@ -134,16 +132,6 @@ TEST(String, FormatGivesUpAtOnceOnTextTheCLibraryCannotConvert) {
     // not know the byte; the result is empty rather than a runaway buffer.
     String s(L"old");
     s.Format(L"%s", "caf\xe9");
-    EXPECT_TRUE(s.IsEmpty());
-}
-
-TEST(String, MakesComponentModelStrings) {
-    BSTR b = String(L"text").MakeBSTR();
-    EXPECT_EQ(SysStringLen(b), 4u);
-    EXPECT_STREQ(b, L"text");
-    SysFreeString(b);
-    String s(L"x");
-    EXPECT_FALSE(s.LoadStringW(101));
     EXPECT_TRUE(s.IsEmpty());
 }
 
