@@ -1,7 +1,9 @@
 // The decoders take runs of ASCII eight bytes at a time. Around those blocks:
 // runs ending at every position within a block or exactly at its end, the
 // terminator right after any of them (with nothing readable beyond it), and
-// destinations whose room ends inside a block.
+// destinations whose room ends inside a block. Texts large enough that the
+// single-byte decoders write them past the cache decode as short texts do,
+// whatever the destination's alignment.
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>
@@ -109,6 +111,46 @@ TEST_P(AsciiRuns, EveryRunLengthAndPlaceOfTheCharacter) {
                                             ? text.substr(0, room)
                                             : text.substr(0, room - 1) + L'\0';
                 EXPECT_EQ(Decode(page, guarded.c_str(), room), expected);
+            }
+        }
+    }
+}
+
+TEST_P(AsciiRuns, LargeTextsDecodeAsShortTextsDo) {
+    const Case& c = GetParam();
+    if (c.special.size() != 1 || c.codePage == 65001) return;  // single-byte decoders only
+    test::ScopedLocale locale(c.language, c.country, c.ansi, c.oem);
+    CodePage page(c.codePage);
+    // What each byte decodes to on its own.
+    std::vector<wchar_t> single(256);
+    for (int b = 1; b < 256; ++b) {
+        const char text[2] = {static_cast<char>(b), '\0'};
+        wchar_t wide[2];
+        ASSERT_TRUE(page.Source2Native(text, wide, 2));
+        single[b] = wide[0];
+    }
+    // Over 4 MiB of wide characters: words with every byte above 0x80 among them.
+    std::string bytes;
+    for (uint32_t k = 0; bytes.size() < (size_t{1} << 20) + 4097; ++k) {
+        bytes += "word ";
+        bytes += static_cast<char>(0x80 + k % 128);
+    }
+    bytes.resize(bytes.size() - 3);  // an end at no multiple of four
+    std::wstring expected;
+    for (unsigned char b : bytes) expected += single[b];
+
+    for (size_t offset = 0; offset < 4; ++offset) {
+        for (size_t room : {bytes.size() + 1, bytes.size() + 64, bytes.size()}) {
+            SCOPED_TRACE("offset " + std::to_string(offset) + ", room " + std::to_string(room));
+            std::wstring dst(offset + room + kGuard, kUntouched);
+            page.Source2Native(bytes.c_str(), dst.data() + offset, static_cast<uint32_t>(room));
+            EXPECT_EQ(dst.substr(0, offset), std::wstring(offset, kUntouched));
+            EXPECT_EQ(dst.substr(offset + room), std::wstring(kGuard, kUntouched));
+            if (room > bytes.size()) {
+                EXPECT_TRUE(dst.compare(offset, expected.size(), expected) == 0);
+                EXPECT_EQ(dst[offset + expected.size()], L'\0');
+            } else if (c.shortRoom == ShortRoom::kPrefix) {
+                EXPECT_TRUE(dst.compare(offset, room, expected, 0, room) == 0);
             }
         }
     }

@@ -111,12 +111,6 @@ TEST(ConverterBounds, ArabicTransformsStayInSize) {
     }
 }
 
-}  // namespace
-}  // namespace quillet
-
-namespace quillet {
-namespace {
-
 // The system's OEM conversions go in pieces of some thousands of units: texts
 // longer than a piece, with and without places to cut, convert as one.
 TEST(ConverterBounds, LongOemTextsConvertWhole) {

@@ -3,50 +3,23 @@
 // Helpers of the code page tests: locales and table folders switched through
 // the environment for the length of a scope.
 
-#include <cstdlib>
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <vector>
 
+#include "support/ScopedEnv.h"
 #include "support/TestSupport.h"
 
 namespace quillet::test {
-
-// Sets (or, with nullopt, unsets) an environment variable and restores it.
-class ScopedEnv {
-public:
-    ScopedEnv(const char* name, std::optional<std::string> value) : name_(name) {
-        if (const char* old = std::getenv(name)) old_ = old;
-        if (value) {
-            setenv(name, value->c_str(), 1);
-        } else {
-            unsetenv(name);
-        }
-    }
-    ~ScopedEnv() {
-        if (old_) {
-            setenv(name_, old_->c_str(), 1);
-        } else {
-            unsetenv(name_);
-        }
-    }
-    ScopedEnv(const ScopedEnv&) = delete;
-    ScopedEnv& operator=(const ScopedEnv&) = delete;
-
-private:
-    const char* name_;
-    std::optional<std::string> old_;
-};
 
 // A locale: language id, country id, ANSI and OEM code pages.
 class ScopedLocale {
 public:
     ScopedLocale(int language, int country, int ansi, int oem)
-        : language_("QUILLET_LANGID", std::to_string(language)),
-          country_("QUILLET_COUNTRYID", std::to_string(country)),
-          ansi_("QUILLET_ACP", std::to_string(ansi)),
-          oem_("QUILLET_OEMCP", std::to_string(oem)) {}
+        : language_("QUILLET_LANGID", std::to_string(language).c_str()),
+          country_("QUILLET_COUNTRYID", std::to_string(country).c_str()),
+          ansi_("QUILLET_ACP", std::to_string(ansi).c_str()),
+          oem_("QUILLET_OEMCP", std::to_string(oem).c_str()) {}
 
 private:
     ScopedEnv language_, country_, ansi_, oem_;
@@ -58,7 +31,7 @@ inline ScopedLocale English() { return {9, 1, 1252, 437}; }
 // whose locale/codepage holds only the files a test writes.
 class ScopedTableHome {
 public:
-    ScopedTableHome() : home_("QUILLET_HOME", dir_.path().string()) {
+    ScopedTableHome() : home_("QUILLET_HOME", dir_.path().c_str()) {
         std::filesystem::create_directories(Folder());
     }
     std::filesystem::path Folder() const { return dir_.path() / "locale" / "codepage"; }

@@ -81,14 +81,6 @@ TEST_F(Utf8Decode, TruncatedSequencesStopAtTheTerminator) {
     EXPECT_EQ(messages_, (std::vector<std::wstring>{kM3, kM1}));
 }
 
-TEST_F(Utf8Decode, StopsAtSizeMinusOne) {
-    EXPECT_EQ(Decode("abc", 3), L"ab");
-    std::vector<wchar_t> one(1, L'#');
-    EXPECT_TRUE(page_.Utf82CharBuff("abc", one.data(), 1));
-    EXPECT_EQ(one[0], L'\0');
-    EXPECT_TRUE(page_.Utf82CharBuff("abc", nullptr, 0));
-}
-
 std::string Encode(const std::wstring& text, uint32_t size) {
     CodePage page(65001u);
     std::vector<char> dst(size + 1, '#');
