@@ -171,35 +171,5 @@ TEST(ShpFile, DeleteFileTakesTheSideFilesAlong) {
     EXPECT_FALSE(shp.DeleteFileW());
 }
 
-TEST(ShpFilePeerSamples, EveryIndexedSampleOpensAndEveryRecordReads) {
-    QUILLET_REQUIRE_PEER_SAMPLES();
-    int opened = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(test::PeerSamplesDir())) {
-        if (entry.path().extension() != ".shp") continue;
-        std::string narrow = entry.path().string();
-        ShpFile shp(std::wstring(narrow.begin(), narrow.end()).c_str());
-        auto index = std::filesystem::path(entry.path()).replace_extension(".shx");
-        bool hasIndex = std::filesystem::exists(index);
-        if (!shp.Open(true, false, false)) {
-            EXPECT_TRUE(!hasIndex || entry.path().stem() == "corrupt_too_long") << narrow;
-            continue;
-        }
-        ++opened;
-        EXPECT_EQ(shp.GetVersion(), 1000) << narrow;
-        bool corrupt = entry.path().stem() == "corrupt_too_long";
-        for (int32_t n = 0; n < shp.GetNumRecords(); ++n) {
-            int32_t length = 0;
-            const unsigned char* bytes = shp.ReadRecord(n, length);
-            if (!corrupt) {
-                ASSERT_NE(bytes, nullptr) << narrow << " record " << n;
-                ASSERT_GE(length, 4);
-                auto type = static_cast<int32_t>(DecodeFixed32LE(bytes));
-                EXPECT_TRUE(type == 0 || type == shp.GetShapeType()) << narrow << " record " << n;
-            }
-        }
-    }
-    EXPECT_GT(opened, 0);
-}
-
 }  // namespace
 }  // namespace quillet
