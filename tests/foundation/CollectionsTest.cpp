@@ -1,4 +1,4 @@
-// StringArray, RecNumSet, FIDSet and the field and envelope objects.
+// StringArray, RecNumSet and FIDSet.
 
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
@@ -7,7 +7,6 @@
 #include <set>
 
 #include "foundation/DebugOutput.h"
-#include "foundation/IEnvelope.h"
 #include "foundation/IFIDSet.h"
 #include "foundation/RecNumSet.h"
 #include "foundation/StringArray.h"
@@ -129,33 +128,6 @@ TEST(FIDSet, FailedCreationIsReportedOnTheDebugOutput) {
         EXPECT_EQ(output.Text(), L"CreateInstance of " + std::wstring(id) + L" failed: 80040154\n");
     }
     EXPECT_EQ(CoCreateFIDSet(CLSID_FIDSet, &set), S_OK);
-}
-
-TEST(Envelope, EmptyByDefaultAndAfterSetEmpty) {
-    Envelope e;
-    bool empty = false;
-    e.get_IsEmpty(&empty);
-    EXPECT_TRUE(empty);
-    double w = -1;
-    e.get_Width(&w);
-    EXPECT_EQ(w, 0.0);
-
-    e.PutCoords(1, 2, 4, 8);
-    e.get_IsEmpty(&empty);
-    EXPECT_FALSE(empty);
-    double h;
-    e.get_Width(&w);
-    e.get_Height(&h);
-    EXPECT_EQ(w, 3.0);
-    EXPECT_EQ(h, 6.0);
-
-    Envelope point(5, 5, 5, 5);  // a point is not empty
-    point.get_IsEmpty(&empty);
-    EXPECT_FALSE(empty);
-    e.SetEmpty();
-    e.get_IsEmpty(&empty);
-    EXPECT_TRUE(empty);
-    EXPECT_EQ(e.QueryCoords(nullptr, &w, &w, &w), E_POINTER);
 }
 
 }  // namespace
