@@ -72,18 +72,40 @@ def quillet_fields(tool, path):
 RESERVED_NAMES = ("OID", "FID", "SHAPE")
 
 
-def names_agree(ours, theirs):
-    """Whether Quillet's field names are the names a reader that keeps them as
-    stored shows, trimmed, but for a name equal (ignoring case) to a reserved
-    name or to a name before it, which Quillet renames to one that clashes
-    with neither. How exactly it renames is the unit tests' part."""
-    taken = set(RESERVED_NAMES)
-    for mine, name in zip(ours, theirs):
-        name = name.strip()
-        if (mine and mine.upper() in taken) or (name.upper() not in taken and mine != name):
-            return False
-        taken.add(mine.upper())
-    return len(ours) == len(theirs)
+def _add_on(name):
+    """What a clashing name grows by, from its last character."""
+    last = name[-1]
+    if "0" <= last <= "8":
+        return chr(ord(last) + 1)
+    if last == "_":
+        return "1"
+    if last == "9":
+        digits = len(name) - len(name.rstrip("0123456789"))
+        return str(int(name[-digits:]) + 1)
+    return "_"
+
+
+def _renamed(name):
+    add = _add_on(name)
+    if name[-1] == "9":
+        if len(name) + len(add) + 1 > 10:
+            name = name[:9 - len(add)]
+        return name + "_" + add
+    if add == "_":
+        return (name[:8] if len(name) + 2 > 10 else name) + "_1"
+    return (name[:9] if len(name) + 1 > 10 else name) + add
+
+
+def cleaned_names(names):
+    """Field names as a table reader that keeps names unique shows them:
+    trimmed, and renamed while they equal (ignoring case) a reserved name or
+    a name before them."""
+    out = []
+    for name in (n.strip() for n in names):
+        while name and (name.upper() in RESERVED_NAMES or name.upper() in (o.upper() for o in out)):
+            name = _renamed(name)
+        out.append(name)
+    return out
 
 
 def same_value(ours, theirs):
