@@ -128,6 +128,9 @@ public:
     // Checks the whole tree; S_OK when consistent, else E_FAIL (or the
     // failure of a read) with what was wrong on the debug output.
     virtual HRESULT Validate();
+    // Walks the tree as Validate does: its entries and its nodes (the file's
+    // other nodes are free or unused).
+    HRESULT CountTree(int64_t& entries, int32_t& nodes);
     virtual bool IsLE() const { return false; }
     virtual void CalculateMaxKeys();
     virtual HRESULT SetupCache();

@@ -37,6 +37,14 @@ HRESULT MTIndex::Validate() {
     return CheckTree(census);
 }
 
+HRESULT MTIndex::CountTree(int64_t& entries, int32_t& nodes) {
+    TreeCensus census;
+    HRESULT hr = CheckTree(census);
+    entries = census.entries;
+    nodes = static_cast<int32_t>(std::count(census.inTree.begin(), census.inTree.end(), true));
+    return hr;
+}
+
 HRESULT MTIndex::CheckTree(TreeCensus& census) {
     if (!IsOpen()) return E_UNEXPECTED;
     HRESULT hr = CommitAll();
