@@ -336,6 +336,20 @@ HRESULT MTIndex::CheckKey(const MTKey& key) const {
     return S_OK;
 }
 
+HRESULT MTIndex::StoredForm(const MTKey& key, unsigned char* bytes, MTKey& stored) const {
+    HRESULT hr = CheckKey(key);
+    if (SUCCEEDED(hr)) hr = cache_[0]->EncodeKey(key, bytes);
+    if (FAILED(hr)) return hr;
+    // Converting cannot change a number of the index's own type.
+    bool sameType = key.GetType() == type_ || (IsDateType(type_) && key.GetType() == MTDate);
+    if (sameType && !IsStringType(type_)) {
+        stored = key;
+    } else {
+        cache_[0]->DecodeKey(bytes, stored);
+    }
+    return S_OK;
+}
+
 void MTIndex::Report(const wchar_t* format, ...) const {
     wchar_t text[512];
     va_list args;

@@ -218,6 +218,10 @@ private:
     void ForgetCache();
     HRESULT ReleaseAll();
     HRESULT CheckKey(const MTKey& key) const;
+    // The key as a node holds it: its bytes, and the key they read back as
+    // (a number in the index's type, text cut at the width through the code
+    // page), so that the entry is placed where the tree will look for it.
+    HRESULT StoredForm(const MTKey& key, unsigned char* bytes, MTKey& stored) const;
     // MTIndexSearch.cpp
     HRESULT DoSearchKey(const MTKey& key, int32_t id, Descent descent);
     HRESULT PlaceInLeaf(const MTKey& key, int32_t id, Descent descent);

@@ -16,9 +16,12 @@ HRESULT MTIndex::Delete(const MTKey& key, int32_t id) {
     if (FAILED(hr)) return hr;
     if (IsBulkLoading()) return E_UNEXPECTED;
     if (tracing_) Trace(L'D', key, id);
-    hr = DoSearchKey(key, id, Descent::kExact);
+    unsigned char bytes[kMaxStringWidth];
+    MTKey stored;
+    hr = StoredForm(key, bytes, stored);
+    if (SUCCEEDED(hr)) hr = DoSearchKey(stored, id, Descent::kExact);
     if (hr != S_OK) return FAILED(hr) ? hr : S_OK;
-    if (CacheAt(levels_ - 1).Compare(key, id) != 0) return S_OK;
+    if (CacheAt(levels_ - 1).Compare(stored, id) != 0) return S_OK;
     return DoDelete(levels_ - 1);
 }
 

@@ -21,13 +21,13 @@ HRESULT MTIndex::Insert(const MTKey& key, int32_t id) {
     if (FAILED(hr)) return hr;
     if (tracing_) Trace(IsBulkLoading() ? L'B' : L'I', key, id);
     if (IsBulkLoading()) return BulkInsert(key, id);
-    hr = DoSearchKey(key, id, Descent::kExact);
-    if (FAILED(hr)) return hr;
-    MTNode& leaf = CacheAt(levels_ - 1);
-    if (hr == S_OK && leaf.Compare(key, id) == 0) return S_FALSE;
     unsigned char bytes[kMaxKeyBytes];
-    hr = leaf.EncodeKey(key, bytes);
-    return SUCCEEDED(hr) ? DoInsert(levels_ - 1, bytes, id, false) : hr;
+    MTKey stored;
+    hr = StoredForm(key, bytes, stored);
+    if (SUCCEEDED(hr)) hr = DoSearchKey(stored, id, Descent::kExact);
+    if (FAILED(hr)) return hr;
+    if (hr == S_OK && CacheAt(levels_ - 1).Compare(stored, id) == 0) return S_FALSE;
+    return DoInsert(levels_ - 1, bytes, id, false);
 }
 
 HRESULT MTIndex::DoInsert(int32_t level, const unsigned char* key, int32_t slot,

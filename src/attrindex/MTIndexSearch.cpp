@@ -99,10 +99,12 @@ HRESULT MTIndex::LoadSearch(const MTNode& leaf, MTSearch& search) {
 }
 
 HRESULT MTIndex::SearchKeyValue(const MTKey& key, int32_t id) {
-    HRESULT hr = CheckKey(key);
-    if (SUCCEEDED(hr)) hr = DoSearchKey(key, id, Descent::kExact);
+    unsigned char bytes[kMaxStringWidth];
+    MTKey stored;
+    HRESULT hr = StoredForm(key, bytes, stored);
+    if (SUCCEEDED(hr)) hr = DoSearchKey(stored, id, Descent::kExact);
     if (hr != S_OK) return hr;
-    return CacheAt(levels_ - 1).Compare(key, id) == 0 ? S_OK : S_FALSE;
+    return CacheAt(levels_ - 1).Compare(stored, id) == 0 ? S_OK : S_FALSE;
 }
 
 HRESULT MTIndex::Search(const MTKey& key, bool inclusive, MTSearch& search) {

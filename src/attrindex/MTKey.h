@@ -106,7 +106,7 @@ private:
         float f;
         double d;
     } value_{.ll = 0};
-    wchar_t buffer_[kMaxChars + 1] = {};
+    wchar_t buffer_[kMaxChars + 1];  // holds text only while string_ points here
 };
 
 }  // namespace quillet

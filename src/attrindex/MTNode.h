@@ -149,6 +149,8 @@ private:
     bool EnsureBuffer();
     // The key bytes of `key` in the index's encoding into out[width].
     HRESULT EncodeKey(const MTKey& key, unsigned char* out) const;
+    // Key bytes of the index's encoding into `key`.
+    void DecodeKey(const unsigned char* bytes, MTKey& key) const;
     void DecodeText(int32_t i, wchar_t* out) const;
     long double Widened(int32_t i) const;
     template <typename T>

@@ -104,13 +104,14 @@ void MTNode::SetKeyAsFloat(float value) { StoreAtCursor(value); }
 
 void MTNode::SetKeyAsDouble(double value) { StoreAtCursor(value); }
 
-void MTNode::GetKey(MTKey& key) const {
-    const unsigned char* p = GetKeyPtr(cursor_);
+void MTNode::GetKey(MTKey& key) const { DecodeKey(GetKeyPtr(cursor_), key); }
+
+void MTNode::DecodeKey(const unsigned char* p, MTKey& key) const {
     switch (owner_->GetDataType()) {
         case MTString:
         case MTWString: {
             wchar_t text[KeyTextCodec::kDecodedChars];
-            DecodeText(cursor_, text);
+            owner_->GetTextCodec().Decode(p, text);
             key.SetString(text, true);
             break;
         }

@@ -221,3 +221,29 @@ TEST_F(MTIndexFileTest, CorruptNodesFailWithTheirCodes) {
 
 }  // namespace
 }  // namespace quillet
+
+namespace quillet {
+namespace {
+
+// Regression: a key that the stored form changes (text the code page cannot
+// hold, a fraction on an integer index) was placed by its own value, out of
+// the order of the stored keys.
+TEST(MTIndexRegressionTest, KeysAreFiledByTheFormTheNodeStores) {
+    test::TempDir dir;
+    MTIndexNG text(MTString, 4, 1252);
+    ASSERT_EQ(test::OpenIndex(text, dir.Wide("t.idx"), CREATE_ALWAYS), S_OK);
+    for (const wchar_t* key : {L"a", L"\u65e5", L"z", L"@"}) ASSERT_EQ(text.Insert(MTKey(key, false), 1), S_OK);
+    EXPECT_EQ(text.Insert(MTKey(L"?", false), 1), S_FALSE);  // what the character became
+    EXPECT_EQ(text.Validate(), S_OK);
+    EXPECT_EQ(text.SearchKeyValue(MTKey(L"\u65e5", false), 1), S_OK);
+
+    MTIndex numbers(MTLong, 4, 0);
+    ASSERT_EQ(test::OpenIndex(numbers, dir.Wide("n.idx"), CREATE_ALWAYS), S_OK);
+    ASSERT_EQ(numbers.Insert(MTKey(static_cast<int32_t>(1)), 2), S_OK);
+    ASSERT_EQ(numbers.Insert(MTKey(1.75), 1), S_OK);
+    EXPECT_EQ(numbers.Validate(), S_OK);
+    EXPECT_EQ(numbers.SearchKeyValue(MTKey(static_cast<int32_t>(1)), 1), S_OK);
+}
+
+}  // namespace
+}  // namespace quillet

@@ -317,6 +317,9 @@ void AddKeyOptions(CLI::App* command, KeyOptions& options) {
 void Install(CLI::App& app) {
     auto* group = app.add_subcommand("btree", "B-tree attribute indexes (older and next-generation format)");
     group->require_subcommand(1);
+    group->footer("A next-generation index is known by its trailer (22 bytes after the last whole\n"
+                  "4096-byte node); any other file is read as the older format, which records no\n"
+                  "key type: give --type, and --width for text keys.");
     auto path = std::make_shared<std::string>();
     auto options = std::make_shared<KeyOptions>();
 
