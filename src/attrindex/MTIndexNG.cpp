@@ -76,6 +76,8 @@ MTIndexNG::MTIndexNG(MTDataType type, int32_t size, uint32_t codePage) : MTIndex
     SetDataType(type, size);
 }
 
+MTIndexNG::~MTIndexNG() { Close(); }
+
 HRESULT MTIndexNG::Create(const wchar_t* path, IField* field) {
     if (!field) return E_POINTER;
     qovaFieldType fieldType = qovaFieldTypeSmallInteger;

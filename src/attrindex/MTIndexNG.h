@@ -56,6 +56,8 @@ public:
 
     MTIndexNG();
     MTIndexNG(MTDataType type, int32_t size, uint32_t codePage);
+    // Closes, writing the trailer (the base class's destructor no longer can).
+    ~MTIndexNG() override;
 
     // Opens or creates an index for the field (read and write, shared,
     // OPEN_ALWAYS). Field types: 16-bit integer MTShort, integer MTLong,

@@ -219,12 +219,6 @@ TEST_F(MTIndexFileTest, CorruptNodesFailWithTheirCodes) {
     }
 }
 
-}  // namespace
-}  // namespace quillet
-
-namespace quillet {
-namespace {
-
 // Regression: a key that the stored form changes (text the code page cannot
 // hold, a fraction on an integer index) was placed by its own value, out of
 // the order of the stored keys.
@@ -243,6 +237,23 @@ TEST(MTIndexRegressionTest, KeysAreFiledByTheFormTheNodeStores) {
     ASSERT_EQ(numbers.Insert(MTKey(1.75), 1), S_OK);
     EXPECT_EQ(numbers.Validate(), S_OK);
     EXPECT_EQ(numbers.SearchKeyValue(MTKey(static_cast<int32_t>(1)), 1), S_OK);
+}
+
+// Regression: destroying an open next-generation index without Close left
+// its trailer as it was when the file was opened.
+TEST(MTIndexRegressionTest, DestroyingAnOpenNextGenerationIndexWritesItsTrailer) {
+    test::TempDir dir;
+    std::wstring path = dir.Wide("d.idx");
+    {
+        MTIndexNG index(MTLong, 4, 0);
+        ASSERT_EQ(test::OpenIndex(index, path, CREATE_ALWAYS), S_OK);
+        for (int32_t i = 0; i < 600; ++i) index.Insert(MTKey(i), i);
+    }
+    MTIndexNG index;
+    ASSERT_EQ(test::OpenIndex(index, path, OPEN_EXISTING), S_OK);
+    EXPECT_EQ(index.GetEntryCount(), 600);
+    EXPECT_EQ(index.GetLevels(), 2);
+    EXPECT_EQ(index.Validate(), S_OK);
 }
 
 }  // namespace
