@@ -16,12 +16,12 @@ namespace quillet {
 class QUILLET_EXPORT FaultInjection {
 public:
     enum Operation : int {
-        kWrite = 0,   // File::Write, File::SetLength
-        kSeek = 1,    // File::Seek, File::SeekEx
+        kWrite = 0,   // File::Write, File::SetLength, WriteFile, SetEndOfFile
+        kSeek = 1,    // File::Seek, File::SeekEx, SetFilePointer
         kRename = 2,  // MoveFileW, CopyFileW
-        kCreate = 3,  // File::Create, File::Open, GetTempFileNameW
-        kRead = 4,    // File::Read
-        kFlush = 5,   // the write of a File's buffered data to the system
+        kCreate = 3,  // File::Create, File::Open, GetTempFileNameW, CreateFileW
+        kRead = 4,    // File::Read, ReadFile
+        kFlush = 5,   // the write of a File's buffered data to the system, FlushFileBuffers
         kCount = 6,
     };
 

@@ -13,6 +13,7 @@
 #include <mutex>
 #include <utility>
 
+#include "foundation/Descriptor.h"
 #include "foundation/FaultInjection.h"
 #include "foundation/Win32Error.h"
 #include "foundation/Win32File.h"
@@ -61,47 +62,6 @@ uint32_t Win32ErrorOfKind(File::Error error) {
         case File::kGeneralFailure: break;
     }
     return ERROR_GEN_FAILURE;
-}
-
-// pread until n bytes or the end of the file; the count, or -1 (errno set).
-int64_t ReadAt(int fd, unsigned char* out, size_t n, int64_t at) {
-    size_t done = 0;
-    while (done < n) {
-        ssize_t got = ::pread(fd, out + done, n - done, at + static_cast<int64_t>(done));
-        if (got < 0 && errno == EINTR) continue;
-        if (got < 0) return -1;
-        if (got == 0) break;
-        done += static_cast<size_t>(got);
-    }
-    return static_cast<int64_t>(done);
-}
-
-// pwrite all n bytes; false with errno set otherwise.
-bool WriteAt(int fd, const unsigned char* data, size_t n, int64_t at) {
-    while (n > 0) {
-        ssize_t written = ::pwrite(fd, data, n, at);
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) {
-            if (written == 0) errno = ENOSPC;
-            return false;
-        }
-        data += written;
-        at += written;
-        n -= static_cast<size_t>(written);
-    }
-    return true;
-}
-
-// Takes the whole-file lock of an open. File systems without open file
-// description locks get no sharing control rather than no access.
-bool LockWholeFile(int fd, bool exclusive) {
-    struct flock lock{};
-    lock.l_type = exclusive ? F_WRLCK : F_RDLCK;
-    lock.l_whence = SEEK_SET;
-    if (::fcntl(fd, F_OFD_SETLK, &lock) == 0) return true;
-    if (errno == EINVAL || errno == ENOLCK || errno == EOPNOTSUPP) return true;
-    if (errno == EACCES) errno = EAGAIN;
-    return false;
 }
 
 // The mappings this process holds, by file identity and mapped length. A file

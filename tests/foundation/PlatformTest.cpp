@@ -14,6 +14,7 @@
 #include "foundation/InstallDir.h"
 #include "foundation/Win32Error.h"
 #include "foundation/Win32File.h"
+#include "foundation/Win32FileHandle.h"
 #include "support/ScopedEnv.h"
 #include "support/TestSupport.h"
 
@@ -127,6 +128,59 @@ TEST_F(Win32FileTest, TempFileNameWithAGivenNumberCreatesNothing) {
     EXPECT_TRUE(dir_.Files().empty());
     EXPECT_EQ(GetTempFileNameW(Path("no/such").c_str(), L"ab", 0, name), 0u);
     EXPECT_EQ(GetLastError(), ERROR_PATH_NOT_FOUND);
+}
+
+TEST_F(Win32FileTest, HandlesReadWriteMoveAndTruncate) {
+    HANDLE file = CreateFileW(Path("h").c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                              CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+    ASSERT_NE(file, INVALID_HANDLE_VALUE);
+    uint32_t moved = 0;
+    ASSERT_TRUE(WriteFile(file, "abcdef", 6, &moved, nullptr));
+    EXPECT_EQ(moved, 6u);
+    EXPECT_EQ(SetFilePointer(file, -2, nullptr, FILE_CURRENT), 4u);
+    char tail[8] = {};
+    ASSERT_TRUE(ReadFile(file, tail, 8, &moved, nullptr));  // short at the end, not a failure
+    EXPECT_EQ(moved, 2u);
+    EXPECT_STREQ(tail, "ef");
+    EXPECT_EQ(SetFilePointer(file, -1, nullptr, FILE_BEGIN), INVALID_SET_FILE_POINTER);
+    EXPECT_EQ(GetLastError(), ERROR_NEGATIVE_SEEK);
+    int32_t high = 1;  // 4 GiB + 3
+    EXPECT_EQ(SetFilePointer(file, 3, &high, FILE_BEGIN), 3u);
+    EXPECT_EQ(high, 1);
+    SetFilePointer(file, 3, nullptr, FILE_BEGIN);
+    ASSERT_TRUE(SetEndOfFile(file));
+    uint32_t sizeHigh = 9;
+    EXPECT_EQ(GetFileSize(file, &sizeHigh), 3u);
+    EXPECT_EQ(sizeHigh, 0u);
+    EXPECT_TRUE(FlushFileBuffers(file));
+    EXPECT_TRUE(CloseHandle(file));
+    EXPECT_EQ(test::ReadBytes(dir_ / "h"), (std::vector<unsigned char>{'a', 'b', 'c'}));
+}
+
+TEST_F(Win32FileTest, HandleDispositionsAndSharing) {
+    std::wstring path = Path("s");
+    EXPECT_EQ(CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr),
+              INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+    HANDLE writer = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                                OPEN_ALWAYS, 0, nullptr);
+    ASSERT_NE(writer, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0,
+                          nullptr),
+              INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), ERROR_SHARING_VIOLATION);
+    EXPECT_EQ(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr),
+              INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), ERROR_FILE_EXISTS);
+    CloseHandle(writer);
+    HANDLE reader = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                nullptr, OPEN_ALWAYS, 0, nullptr);
+    ASSERT_NE(reader, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
+    uint32_t written = 0;
+    EXPECT_FALSE(WriteFile(reader, "x", 1, &written, nullptr));
+    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+    CloseHandle(reader);
 }
 
 TEST(DebugOutputTest, DefaultSinkPrintsOnlyWhenAskedTo) {

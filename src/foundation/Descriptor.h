@@ -1,0 +1,24 @@
+#pragma once
+
+// Positioned I/O and whole-file locks on a POSIX descriptor, shared by File
+// and the Win32-named handle calls so that both read, write and share a file
+// alike. Internal to the library.
+
+#include <cstddef>
+#include <cstdint>
+
+namespace quillet {
+
+// pread until n bytes or the end of the file; the count, or -1 (errno set).
+int64_t ReadAt(int fd, unsigned char* out, size_t n, int64_t at);
+
+// pwrite all n bytes; false with errno set otherwise.
+bool WriteAt(int fd, const unsigned char* data, size_t n, int64_t at);
+
+// Takes the whole-file lock of an open: exclusive for a writer that shares
+// nothing, shared otherwise. A conflict fails with errno EAGAIN. File systems
+// without open file description locks get no sharing control rather than no
+// access.
+bool LockWholeFile(int fd, bool exclusive);
+
+}  // namespace quillet
