@@ -136,6 +136,10 @@ TEST(ShpCommandTest, ADamagedSourceIsReportedAndTheTargetKept) {
     EXPECT_NE(records.out.find("record 4:"), std::string::npos) << records.out;
     EXPECT_EQ(records.out.find("record 5:"), std::string::npos) << records.out;
     EXPECT_NE(records.err.find("damaged"), std::string::npos) << records.err;
+    auto info = RunTool("shp info " + Quote(dir / "a.shp"));
+    EXPECT_EQ(info.exitCode, 1);
+    EXPECT_NE(info.out.find("records: 5"), std::string::npos) << info.out;
+    EXPECT_NE(info.err.find("damaged"), std::string::npos) << info.err;
 
     auto files = dir.Files();
     auto target = ReadBytes(dir / "b.shp");
