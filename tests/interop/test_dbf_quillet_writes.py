@@ -125,14 +125,15 @@ with tempfile.TemporaryDirectory() as folder:
     I.output(tool, "dbf", "pack", path)
     table = dbfread.DBF(path, encoding="cp1252")
     c.check(len(list(table)) == 2 and not list(table.deleted), "pack left %r" % list(table))
-    I.output(tool, "dbf", "delete", path, "0")
+    I.output(tool, "dbf", "delete", path, "1")
     names = [record["NAME"] for record in dbfread.DBF(path, encoding="cp1252")]
     c.check(names == [""], "delete left %r" % names)
 
     info = json.loads(I.output(tool, "dbf", "info", path, "--json"))
-    c.check(list(info) == ["version", "date", "records", "header_length", "record_length", "ldid", "codepage",
-                           "fields"], "info keys %r" % list(info))
-    c.check(info["codepage"] == {"id": 1252, "kind": "ANSI", "name": "ANSI 1252"}, "info code page %r" % info)
+    c.check(list(info) == ["version", "date", "records", "header_length", "record_length", "ldid", "code_page",
+                           "code_page_kind", "code_page_name", "fields"], "info keys %r" % list(info))
+    c.check((info["code_page"], info["code_page_kind"], info["code_page_name"]) == (1252, "ANSI", "ANSI 1252"),
+            "info code page %r" % info)
     c.check(info["records"] == 1 and info["ldid"] == 0x57, "info counts %r" % info)
 
 c.finish()

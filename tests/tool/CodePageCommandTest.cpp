@@ -23,17 +23,21 @@ TEST(CodePageCommandTest, DecodeAndEncodeTakeNumbersAndNames) {
         EXPECT_EQ(result.exitCode, 0) << c.args << ": " << result.err;
         EXPECT_EQ(result.out, c.output) << c.args;
     }
-    auto unknown = RunTool("codepage decode 436", "x");
-    EXPECT_EQ(unknown.exitCode, 2);
-    EXPECT_NE(unknown.err.find("436"), std::string::npos) << unknown.err;
+    // 99999 is in the range of numbers the library takes as code pages.
+    for (const char* number : {"436", "99999"}) {
+        auto unknown = RunTool(std::string("codepage decode ") + number, "x");
+        EXPECT_EQ(unknown.exitCode, 2) << number;
+        EXPECT_NE(unknown.err.find(number), std::string::npos) << unknown.err;
+    }
 }
 
 TEST(CodePageCommandTest, ListNamesEachKind) {
     auto result = RunTool("codepage list --json");
     EXPECT_EQ(result.exitCode, 0) << result.err;
     for (const char* expected :
-         {"\"name\": \"OEM 437\"", "\"name\": \"ANSI 1252\"", "\"name\": \"UTF-8\"",
-          "\"name\": \"ASMO 449\"", "\"name\": \"ISO 88592\""}) {
+         {"\"code_page_name\": \"OEM 437\"", "\"code_page_name\": \"ANSI 1252\"",
+          "\"code_page_name\": \"UTF-8\"", "\"code_page_name\": \"ASMO 449\"",
+          "\"code_page_name\": \"ISO 88592\""}) {
         EXPECT_NE(result.out.find(expected), std::string::npos) << expected;
     }
 }

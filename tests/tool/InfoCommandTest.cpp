@@ -1,7 +1,9 @@
-// The program's usage errors and `quillet info` on files no other command
-// group claims.
+// The program's usage errors, what all commands share (JSON keys, the
+// progress bar), and `quillet info` on files no other command group claims.
 
 #include <gtest/gtest.h>
+
+#include <fstream>
 
 #include "ToolRunner.h"
 #include "support/TestSupport.h"
@@ -16,6 +18,40 @@ TEST(ToolTest, ExitCodes) {
                                          {"info", 2}}) {
         EXPECT_EQ(RunTool(args).exitCode, exitCode) << args;
     }
+    auto unknown = RunTool("dbf frobnicate x.dbf");
+    EXPECT_EQ(unknown.exitCode, 2);
+    EXPECT_NE(unknown.err.find("'frobnicate'"), std::string::npos) << unknown.err;
+}
+
+TEST(ToolTest, TheSameJsonKeysInEveryCommand) {
+    TempDir dir;
+    std::ofstream(dir / "t.csv") << "A\n1\n";
+    ASSERT_EQ(RunTool("dbf import-csv " + Quote(dir / "t.csv") + " " + Quote(dir / "t.dbf") +
+                      " --schema A:N:2 --codepage 437")
+                  .exitCode,
+              0);
+    auto table = nlohmann::json::parse(RunTool("dbf info --json " + Quote(dir / "t.dbf")).out);
+    ASSERT_TRUE(table["ldid"].is_number()) << table;
+    EXPECT_EQ(table["code_page"], 437);
+    for (const auto& args : {"codepage info --json " + Quote(dir / "t.dbf"), "info --json " + Quote(dir / "t.dbf")}) {
+        auto out = nlohmann::json::parse(RunTool(args).out);
+        for (const char* key : {"ldid", "code_page", "code_page_kind", "code_page_name"})
+            EXPECT_EQ(out[key], table[key]) << args << ": " << key;
+    }
+}
+
+TEST(ToolTest, ProgressBarReachesTheEndAndClearsItsLine) {
+    TempDir dir;
+    {
+        std::ofstream csv(dir / "t.csv");
+        csv << "A\n";
+        for (int i = 0; i < 5000; ++i) csv << i << "\n";
+    }
+    auto seen = RunToolOnTerminal("dbf import-csv " + Quote(dir / "t.csv") + " " + Quote(dir / "t.dbf") +
+                                  " --schema A:N:5");
+    EXPECT_NE(seen.find("100%"), std::string::npos) << seen;
+    ASSERT_GE(seen.size(), 4u);
+    EXPECT_EQ(seen.substr(seen.size() - 4), "\r\033[K") << seen;
 }
 
 TEST(InfoCommandTest, BadInputNamesThePath) {

@@ -1,12 +1,16 @@
 #include "ToolRunner.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 
 #include "foundation/ByteOrder.h"
 #include "support/TestSupport.h"
@@ -34,6 +38,43 @@ ToolResult RunTool(const std::string& args, const std::string& input) {
     result.out = Slurp(out);
     result.err = Slurp(err);
     return result;
+}
+
+std::string RunToolOnTerminal(const std::string& args) {
+    int terminal = -1, side = -1;
+    if (openpty(&terminal, &side, nullptr, nullptr, nullptr) != 0) {
+        ADD_FAILURE() << "no terminal to run on";
+        return "";
+    }
+    std::string command = std::string("'") + QUILLET_TOOL_PATH + "' " + args + " >/dev/null";
+    pid_t child = fork();
+    if (child == 0) {
+        close(terminal);
+        dup2(side, STDERR_FILENO);
+        execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    close(side);
+    std::string seen;
+    char buffer[4096];
+    // The read fails once the child has closed its side of the terminal.
+    for (ssize_t n; (n = read(terminal, buffer, sizeof buffer)) > 0;) seen.append(buffer, static_cast<size_t>(n));
+    close(terminal);
+    int status = 0;
+    waitpid(child, &status, 0);
+    return seen;
+}
+
+void CopyWritable(const std::filesystem::path& from, const std::filesystem::path& to) {
+    std::filesystem::copy_file(from, to, std::filesystem::copy_options::overwrite_existing);
+    std::filesystem::permissions(to, std::filesystem::perms::owner_write, std::filesystem::perm_options::add);
+}
+
+std::vector<nlohmann::json> JsonLines(const std::string& text) {
+    std::vector<nlohmann::json> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) lines.push_back(nlohmann::json::parse(line));
+    return lines;
 }
 
 std::string Quote(const std::filesystem::path& path) {

@@ -3,6 +3,8 @@
 // Runs the built quillet program and captures what it prints, and writes
 // the shape layers its commands read.
 
+#include <nlohmann/json.hpp>
+
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -21,12 +23,23 @@ struct ToolResult {
 // on standard input when given.
 ToolResult RunTool(const std::string& args, const std::string& input = "");
 
+// Runs `quillet ARGS` with standard error on a terminal, as a person
+// watching it sees it, and standard output thrown away; returns what it
+// wrote on the terminal.
+std::string RunToolOnTerminal(const std::string& args);
+
+// The JSON value of each line of `text` (a command's --format jsonl output).
+std::vector<nlohmann::json> JsonLines(const std::string& text);
+
 // `path` quoted for the shell (no quote inside).
 std::string Quote(const std::filesystem::path& path);
 
 // Runs `quillet ARGS` and expects it to fail as bad input does: exit code 1,
 // nothing on standard output and one line on standard error.
 ToolResult ExpectOneLineFailure(const std::string& args);
+
+// Copies a file to `to` and makes the copy writable (samples are read-only).
+void CopyWritable(const std::filesystem::path& from, const std::filesystem::path& to);
 
 // Writes the layer `shp` (with its .shx) through ShpFile: one record per
 // entry of `records`, an empty one a null shape.

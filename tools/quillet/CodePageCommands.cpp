@@ -5,8 +5,6 @@
 // name, accepted exactly as the library accepts `.cpg` texts.
 
 #include <algorithm>
-#include <cstring>
-#include <cwchar>
 #include <fstream>
 #include <iomanip>
 #include <iostream>
@@ -15,21 +13,14 @@
 #include <sstream>
 
 #include "Common.h"
+#include "DbfLayout.h"
 #include "codepage/CodePage.h"
 
 namespace quillet::tool {
 
 namespace {
 
-constexpr size_t kDbfHeaderBytes = 32;
-constexpr size_t kLdidOffset = 29;
 constexpr std::streamsize kMaxCpgBytes = 4096;
-
-uint32_t ParseCodePage(const std::string& text) {
-    uint32_t id = CodePage::FindCodePageId(String::FromUtf8(text));
-    if (id == 0) throw UsageError("unknown code page: " + text);
-    return id;
-}
 
 std::string ReadAll(std::istream& in) {
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
@@ -37,67 +28,26 @@ std::string ReadAll(std::istream& in) {
 
 // --- list
 
-struct Listed {
-    uint32_t id;
-    const char* source;
-};
-
-std::vector<Listed> ConvertibleCodePages() {
-    std::vector<Listed> pages = {{65001, "built in"}, {448, "index file"}, {449, "index file"},
-                                 {88591, "system"},   {932, "system"},     {936, "system"},
-                                 {949, "system"},     {950, "system"},     {885932, "built in (EUC-JP)"},
-                                 {885950, "built in (EUC-TW)"}};
-    wchar_t folder[4096];
-    CodePage::GetDefaultPath(folder, 4096);
-    std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator(Utf8(folder), error)) {
-        std::string stem = entry.path().stem().string();
-        if (entry.path().extension() != ".txt" || stem.empty() ||
-            stem.find_first_not_of("0123456789") != std::string::npos) {
-            continue;
-        }
-        pages.push_back({static_cast<uint32_t>(std::stoul(stem)), "table file"});
-    }
-    std::sort(pages.begin(), pages.end(), [](const Listed& a, const Listed& b) { return a.id < b.id; });
-    return pages;
-}
-
 void RunList(bool json) {
     Json out = Json::array();
     for (const auto& listed : ConvertibleCodePages()) {
         CodePage page(listed.id);
-        out.push_back({{"code_page", listed.id},
-                       {"kind", CodePageKindName(page.GetCodePageType())},
-                       {"name", Utf8(page.GetCodePageName().str())},
-                       {"source", listed.source}});
+        Json row = CodePageJson(page);
+        row["source"] = listed.source;
+        out.push_back(row);
     }
     if (json) return PrintJson(out);
     std::cout << std::left << std::setw(10) << "code page" << std::setw(9) << "kind" << std::setw(14)
               << "name" << "source\n";
     for (const auto& row : out) {
         std::cout << std::setw(10) << row["code_page"].get<uint32_t>() << std::setw(9)
-                  << row["kind"].get<std::string>() << std::setw(14) << row["name"].get<std::string>()
+                  << row["code_page_kind"].get<std::string>() << std::setw(14)
+                  << row["code_page_name"].get<std::string>()
                   << row["source"].get<std::string>() << "\n";
     }
 }
 
-// --- decode and encode, one zero-free run of bytes at a time
-
-std::wstring DecodeRun(CodePage& page, const std::string& bytes) {
-    // Rejected bytes leave their output position as it was: show them as U+FFFD.
-    std::wstring text(bytes.size() + 1, L'\xFFFD');
-    page.Source2Native(bytes.c_str(), text.data(), static_cast<uint32_t>(text.size()));
-    text.resize(std::wcslen(text.c_str()));
-    return text;
-}
-
-std::string EncodeRun(CodePage& page, const std::wstring& text) {
-    // 6 bytes a character covers every code page, braces of 7-bit Arabic included.
-    std::string bytes(6 * text.size() + 2, '\0');
-    page.Native2Source(text.c_str(), bytes.data(), static_cast<uint32_t>(bytes.size()));
-    bytes.resize(std::strlen(bytes.c_str()));
-    return bytes;
-}
+// --- decode and encode
 
 // Converts the lines of stdin one by one; zero bytes pass through unchanged.
 template <class Convert>
@@ -117,12 +67,12 @@ void ConvertStdin(Convert convert) {
 
 void RunDecode(const std::string& cp) {
     CodePage page(ParseCodePage(cp));
-    ConvertStdin([&](const std::string& line) { return Utf8(DecodeRun(page, line)); });
+    ConvertStdin([&](const std::string& line) { return Utf8(DecodeText(page, line)); });
 }
 
 void RunEncode(const std::string& cp) {
     CodePage page(ParseCodePage(cp));
-    ConvertStdin([&](const std::string& line) { return EncodeRun(page, String::FromUtf8(line).str()); });
+    ConvertStdin([&](const std::string& line) { return EncodeText(page, String::FromUtf8(line).str()); });
 }
 
 // --- info: the choice a table's reader makes, from the header and the .cpg
@@ -142,9 +92,7 @@ std::optional<std::string> ReadCpg(const std::filesystem::path& table) {
 
 void RunInfo(const std::string& file, bool json) {
     std::filesystem::path path(file);
-    auto head = ReadHead(path, kDbfHeaderBytes);
-    if (head.size() < kDbfHeaderBytes) throw Failure(file + ": too short for a dBASE header");
-    unsigned char ldid = head[kLdidOffset];
+    unsigned char ldid = ReadDbfLayout(path).ldid;
     auto cpg = ReadCpg(path);
 
     CodePage page;
@@ -161,15 +109,9 @@ void RunInfo(const std::string& file, bool json) {
         reason = "no language driver byte and no .cpg file: system default";
     }
 
-    char ldidText[8];
-    std::snprintf(ldidText, sizeof ldidText, "0x%02X", ldid);
-    Json out = {{"file", file},
-                {"ldid", ldidText},
-                {"cpg", cpg ? Json(*cpg) : Json(nullptr)},
-                {"code_page", page.GetCodePageId()},
-                {"kind", CodePageKindName(page.GetCodePageType())},
-                {"name", Utf8(page.GetCodePageName().str())},
-                {"reason", reason}};
+    Json out = {{"file", file}, {"ldid", ldid}, {"cpg", cpg ? Json(*cpg) : Json(nullptr)}};
+    out.update(CodePageJson(page));
+    out["reason"] = reason;
     json ? PrintJson(out) : PrintFields(out);
 }
 
@@ -195,9 +137,9 @@ void RunDemo(const std::filesystem::path&) {
     std::cout << "The text \"" << Utf8(text) << "\" as each stores it:\n";
     for (uint32_t id : {1252u, 850u, 885915u, 65001u}) {
         CodePage page(id);
-        std::string bytes = EncodeRun(page, text);
+        std::string bytes = EncodeText(page, text);
         std::cout << "  " << std::left << std::setw(12) << Utf8(page.GetCodePageName().str()) << Hex(bytes)
-                  << "  -> back: " << Utf8(DecodeRun(page, bytes)) << "\n";
+                  << "  -> back: " << Utf8(DecodeText(page, bytes)) << "\n";
     }
 }
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Registry.h"
+#include "codepage/CodePage.h"
 
 namespace quillet::tool {
 
@@ -19,11 +20,41 @@ std::string Utf8(const std::wstring& text);
 // "OEM", "ANSI", "ISO" or "UTF-8".
 const char* CodePageKindName(int kind);
 
+// The keys every command uses for a code page: "code_page" (the number),
+// "code_page_kind" and "code_page_name" (its `.cpg` text).
+Json CodePageJson(const CodePage& page);
+
+// "1 record", "2 records": a count with its noun.
+std::string Count(int64_t count, const std::string& noun);
+
 // Fails (Failure naming the path) unless `path` is an existing regular file.
 void RequireRegularFile(const std::filesystem::path& path);
 
 // Up to `n` first bytes of a file; Failure when it cannot be read.
 std::vector<unsigned char> ReadHead(const std::filesystem::path& path, size_t n);
+
+// A code page Quillet converts, and what serves it: a table file, the
+// system, or code built in.
+struct ConvertibleCodePage {
+    uint32_t id;
+    const char* source;
+};
+// Every one, by ascending number.
+std::vector<ConvertibleCodePage> ConvertibleCodePages();
+
+// A code page named by a number or a `.cpg`-style text, as the library
+// accepts `.cpg` texts; a usage error unless it is one Quillet converts (the
+// library takes any number in range as a code page's).
+uint32_t ParseCodePage(const std::string& text);
+
+// Text to a code page's bytes and back, whole (a zero ends the text). Bytes
+// the code page rejects read as U+FFFD.
+std::string EncodeText(CodePage& page, const std::wstring& text);
+std::wstring DecodeText(CodePage& page, const std::string& bytes);
+
+// Adds `--limit N` to a command: at most N items; negative numbers are
+// refused. `limit` stays -1 when the option is not given.
+void AddLimitOption(CLI::App& command, int64_t& limit, const std::string& what);
 
 // Prints a JSON value on stdout (pretty for objects), or as `key: value`
 // lines for people.
@@ -31,11 +62,14 @@ void PrintJson(const Json& value);
 void PrintFields(const Json& object);
 
 // A progress bar on stderr for long work; silent unless stderr is a terminal.
+// Done() shows it full; either way its line is cleared when it goes, so that
+// what follows on stderr starts a clean line.
 class Progress {
 public:
     Progress(std::string label, int64_t total);
     ~Progress();
     void Update(int64_t done);
+    void Done() { Update(total_); }
 
 private:
     std::string label_;

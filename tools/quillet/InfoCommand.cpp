@@ -40,7 +40,7 @@ bool ProbeDBase(const std::filesystem::path&, std::span<const unsigned char> hea
     out["header_length"] = headerLength;
     out["record_length"] = recordLength;
     out["ldid"] = head[29];
-    out["fields"] = (headerLength - 32) / 32;
+    out["field_count"] = (headerLength - 32) / 32;
     return true;
 }
 

@@ -60,6 +60,7 @@ BuildSummary BuildIndex(const std::filesystem::path& shp) {
             Envelope envelope(box);  // null shapes are empty: the builder skips them
             builder.AddFeature(n + 1, &envelope);
         }
+        progress.Done();
     }
     if (!builder.Finish()) {
         throw Failure(indexPath.string() + ": writing the index failed; the index is incomplete");

@@ -1,5 +1,6 @@
-// quillet shp info|records|copy|pack: shape data files (.shp + .shx + .prj),
-// the info probe for them and their index files, and the demo's shape layers.
+// quillet shp info|records|pack: shape data files (.shp + .shx + .prj), the
+// info probe for them and their index files, and the demo's shape layers.
+// `shp copy` has a file of its own.
 
 #include <algorithm>
 #include <cmath>
@@ -7,10 +8,8 @@
 #include <memory>
 
 #include "Common.h"
-#include "codepage/CodePage.h"
-#include "dbase/DBase.h"
+#include "ShapeLayer.h"
 #include "foundation/ByteOrder.h"
-#include "foundation/StringArray.h"
 #include "recordfile/VFile.h"
 #include "shape/ShpFile.h"
 
@@ -75,16 +74,6 @@ RecordSummary Summarise(const unsigned char* bytes, int32_t length) {
     return summary;
 }
 
-// Opens a shape data file or fails with a line that says why.
-std::unique_ptr<ShpFile> OpenShape(const std::filesystem::path& path, bool readOnly) {
-    RequireRegularFile(path);
-    auto shp = std::make_unique<ShpFile>(WidePath(path).c_str());
-    if (shp->Open(readOnly, false, false)) return shp;
-    std::wstring index = VFile::IndexPath(WidePath(path));
-    if (!FileExists(index.c_str())) throw Failure(path.string() + ": its index file " + Utf8(index) + " is missing");
-    throw Failure(path.string() + ": not a shape data file, or its header or index file is damaged");
-}
-
 Json InfoJson(ShpFile& shp) {
     Json out;
     out["shape_type"] = static_cast<int32_t>(shp.GetShapeType());
@@ -105,6 +94,8 @@ void RunInfo(const std::string& file, bool json) {
     auto shp = OpenShape(file, true);
     Json out = InfoJson(*shp);
     json ? PrintJson(out) : PrintFields(out);
+    std::string damage = ShapeDamage(file, 0);
+    if (!damage.empty()) throw Failure(damage);
 }
 
 std::string BoxText(const RecordSummary& summary) {
@@ -115,13 +106,18 @@ std::string BoxText(const RecordSummary& summary) {
     return text;
 }
 
-void PrintRecords(ShpFile& shp, const std::string& format, int64_t limit) {
+// Lists the live records that can be read; returns how many could not.
+int32_t PrintRecords(ShpFile& shp, const std::string& format, int64_t limit) {
     int64_t shown = 0;
+    int32_t unreadable = 0;
     for (int32_t n = 0; n < shp.GetNumRecords() && (limit < 0 || shown < limit); ++n) {
         if (shp.IsRecordDeleted(n)) continue;
         int32_t length = 0;
         const unsigned char* bytes = shp.ReadRecord(n, length);
-        if (!bytes) continue;
+        if (!bytes) {
+            ++unreadable;
+            continue;
+        }
         RecordSummary summary = Summarise(bytes, length);
         ++shown;
         if (format == "jsonl") {
@@ -136,117 +132,13 @@ void PrintRecords(ShpFile& shp, const std::string& format, int64_t limit) {
                       << " (" << summary.type << "), bbox " << BoxText(summary) << '\n';
         }
     }
+    return unreadable;
 }
 
 void RunRecords(const std::string& file, const std::string& format, int64_t limit) {
     auto shp = OpenShape(file, true);
-    PrintRecords(*shp, format, limit);
-}
-
-bool IsBlank(const char* raw) {
-    for (; raw && *raw; ++raw) {
-        if (*raw != ' ') return false;
-    }
-    return true;
-}
-
-[[noreturn]] void TableFailure(const std::filesystem::path& path, const DBase& table) {
-    throw Failure(path.string() + ": the table cannot be copied (status " +
-                  std::to_string(table.GetLastStatus()) + ")");
-}
-
-// The table beside a shape data file as plain bytes, with its .cpg.
-void CopyTableBytes(const std::filesystem::path& sourceShp, const std::filesystem::path& targetShp) {
-    for (const char* extension : {".dbf", ".cpg"}) {
-        auto from = std::filesystem::path(sourceShp).replace_extension(extension);
-        auto to = std::filesystem::path(targetShp).replace_extension(extension);
-        std::error_code ec;
-        if (!std::filesystem::exists(from, ec)) continue;
-        std::filesystem::copy_file(from, to, std::filesystem::copy_options::overwrite_existing, ec);
-        if (ec) throw Failure(to.string() + ": cannot copy the table: " + ec.message());
-    }
-}
-
-// Copies the table through DBase: the same fields, code page kind and live
-// records (deleted ones are left out, as they are for shapes); DBase writes
-// the .cpg as the code page asks. False, with nothing left behind, when
-// DBase cannot create the source's fields again (a memo field, or numbers
-// wider than it allows).
-bool CopyTableThroughDBase(const std::filesystem::path& sourcePath, const std::filesystem::path& targetPath) {
-    DBase source(WidePath(sourcePath));
-    if (!source.Open(true, true, CodePage::qovaCodePageDefault) && source.GetLastStatus() != DBase::kStatusPastLastRecord) {
-        TableFailure(sourcePath, source);
-    }
-    auto kind = source.GetCodePage().GetCodePageType();
-    DBase target(WidePath(targetPath));
-    if (!target.Create(kind)) TableFailure(targetPath, target);
-    StringArray names;
-    std::vector<DBase::qovaDataType> types;
-    std::vector<int> widths, decimals;
-    for (int i = 0; i < source.GetNumFields(); ++i) {
-        names.Add(source.GetFieldName(i));
-        types.push_back(static_cast<DBase::qovaDataType>(source.GetFieldType(i)));
-        widths.push_back(source.GetFieldWidth(i));
-        decimals.push_back(source.GetFieldDecimals(i));
-    }
-    if (!target.AddColumns(names, types.data(), widths.data(), decimals.data())) {
-        target.DeleteFileW();
-        return false;
-    }
-    if (!target.Open(false, false, kind)) TableFailure(targetPath, target);
-    for (int32_t n = 0; n < source.GetNumRecords(); ++n) {
-        if (source.IsRecordDeleted(n)) continue;
-        if (!source.MoveTo(n)) TableFailure(sourcePath, source);
-        if (!target.AddRecord()) TableFailure(targetPath, target);
-        for (int i = 0; i < source.GetNumFields(); ++i) {
-            bool stored = IsBlank(source.GetFieldPointer(i)) ? target.SetFieldNull(i)
-                                                              : target.SetFieldString(i, source.GetFieldString(i));
-            if (!stored && target.GetLastStatus() != DBase::kStatusTruncated) TableFailure(targetPath, target);
-        }
-    }
-    if (!target.Close()) TableFailure(targetPath, target);
-    return true;
-}
-
-// The table beside the shapes goes along: through DBase when it can build
-// the same table, else as plain bytes. Returns how it went.
-std::string CopyTable(const std::filesystem::path& sourceShp, const std::filesystem::path& targetShp) {
-    auto sourcePath = std::filesystem::path(sourceShp).replace_extension(".dbf");
-    std::error_code ec;
-    if (!std::filesystem::exists(sourcePath, ec)) return "";
-    if (CopyTableThroughDBase(sourcePath, std::filesystem::path(targetShp).replace_extension(".dbf"))) {
-        return ", table copied through DBase";
-    }
-    CopyTableBytes(sourceShp, targetShp);
-    return ", table copied as plain bytes (DBase cannot create its fields again)";
-}
-
-void RunCopy(const std::string& sourceFile, const std::string& targetFile) {
-    std::filesystem::path source(sourceFile), target(targetFile);
-    std::error_code ec;
-    if (std::filesystem::equivalent(source, target, ec)) throw Failure(targetFile + ": is the source itself");
-    auto src = OpenShape(source, true);
-    ShpFile dst(WidePath(target).c_str());
-    ShpFile::DOUBLERECT extent = src->GetExtent();
-    if (!dst.Create(src->GetShapeType(), &extent)) throw Failure(targetFile + ": cannot be created");
-    dst.SetZExtent(src->GetZExtent(), false);
-    dst.SetMExtent(src->GetMExtent(), false);
-    Progress progress("copying", src->GetNumRecords());
-    for (int32_t n = 0; n < src->GetNumRecords(); ++n) {
-        progress.Update(n);
-        if (src->IsRecordDeleted(n)) continue;
-        int32_t length = 0;
-        const unsigned char* bytes = src->ReadRecord(n, length);
-        if (!bytes) throw Failure(sourceFile + ": record " + std::to_string(n + 1) + " cannot be read");
-        if (!dst.InsertRecord(bytes, length)) throw Failure(targetFile + ": cannot write record " + std::to_string(n + 1));
-    }
-    if (!src->GetProjectionString().IsEmpty() && !dst.SetProjectionString(src->GetProjectionString(), true)) {
-        throw Failure(targetFile + ": cannot write the projection file");
-    }
-    if (!dst.WriteHeader() || !dst.CommitChanges()) throw Failure(targetFile + ": cannot write the header");
-    dst.Close();
-    std::string table = CopyTable(source, target);
-    std::cout << targetFile << ": " << dst.GetNumRecords() << " records copied" << table << "\n";
+    std::string damage = ShapeDamage(file, PrintRecords(*shp, format, limit));
+    if (!damage.empty()) throw Failure(damage);
 }
 
 void RunPack(const std::string& file) {
@@ -416,15 +308,10 @@ void Install(CLI::App& app) {
     auto limit = std::make_shared<int64_t>(-1);
     records->add_option("SHP", *recordsFile, "The shape data file")->required();
     records->add_option("--format", *format, "text or jsonl")->check(CLI::IsMember({"text", "jsonl"}));
-    records->add_option("--limit", *limit, "Show at most N records")->check(CLI::NonNegativeNumber);
+    AddLimitOption(*records, *limit, "records");
     records->callback([recordsFile, format, limit] { RunRecords(*recordsFile, *format, *limit); });
 
-    auto* copy = group->add_subcommand("copy", "Copy records, header, projection and the table beside them");
-    auto source = std::make_shared<std::string>();
-    auto target = std::make_shared<std::string>();
-    copy->add_option("SRC", *source, "The shape data file to copy")->required();
-    copy->add_option("DST", *target, "The shape data file to write")->required();
-    copy->callback([source, target] { RunCopy(*source, *target); });
+    InstallShpCopy(*group);
 
     auto* pack = group->add_subcommand("pack", "Compact away deleted records");
     auto packFile = std::make_shared<std::string>();
