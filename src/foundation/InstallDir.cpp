@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <string>
@@ -66,6 +67,9 @@ std::vector<std::string> CandidateFolders() {
         folders.push_back(moduleDir + "/" QUILLET_DATADIR_FROM_BINDIR);
     }
     if (IsInside(module, QUILLET_BINARY_DIR)) folders.push_back(QUILLET_SOURCE_DIR);
+    // A library folder and a program folder side by side lead to the same place.
+    std::sort(folders.begin() + 1, folders.end());
+    folders.erase(std::unique(folders.begin() + 1, folders.end()), folders.end());
     return folders;
 }
 

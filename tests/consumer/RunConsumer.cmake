@@ -57,11 +57,13 @@ if(NOT failure)
     set(input ${WORK}/866.txt)
     run(${prefix}/bin/quillet codepage decode 866)
     expect("Москва" "${last_output}" "installed quillet codepage decode 866")
-    # With the installed tables gone too, the debug output says so.
+    # With the installed tables gone too, the debug output says so (and the
+    # tool may refuse the code page it can no longer convert).
     file(RENAME ${prefix}/share/quillet ${prefix}/share/quillet.gone)
     set(ENV{QUILLET_DEBUG} 1)
-    run(${prefix}/bin/quillet codepage decode 866)
-    expect("no code page table folder" "${last_error}" "QUILLET_DEBUG without tables")
+    execute_process(COMMAND ${prefix}/bin/quillet codepage decode 866 INPUT_FILE ${input}
+                    OUTPUT_QUIET ERROR_VARIABLE debug)
+    expect("no code page table folder" "${debug}" "QUILLET_DEBUG without tables")
     file(RENAME ${hidden} ${locale})
 endif()
 if(failure)
