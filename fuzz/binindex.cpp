@@ -4,35 +4,20 @@
 // file's index file), then the .sbn (its data file). A shorter input than n
 // gives the .sbx all that remains and an empty .sbn.
 
-#include <stdlib.h>
-
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <string>
 
+#include "FuzzFiles.h"
 #include "foundation/IEnvelope.h"
 #include "foundation/RecNumSet.h"
 #include "spatialindex/BinIndex.h"
 
 namespace {
 
-const std::filesystem::path& Folder() {
-    static const std::filesystem::path folder = [] {
-        std::string pattern =
-            (std::filesystem::temp_directory_path() / "quillet-fuzz-XXXXXX").string();
-        if (!mkdtemp(pattern.data())) abort();
-        return std::filesystem::path(pattern);
-    }();
-    return folder;
-}
-
-void WriteFile(const std::filesystem::path& path, const uint8_t* data, size_t size) {
-    FILE* f = std::fopen(path.c_str(), "wb");
-    if (!f) abort();
-    if (size > 0 && std::fwrite(data, 1, size, f) != size) abort();
-    if (std::fclose(f) != 0) abort();
-}
+using quillet::fuzz::Folder;
+using quillet::fuzz::WriteFile;
 
 void Search(quillet::BinIndex& index, double xmin, double ymin, double xmax, double ymax) {
     quillet::Envelope query(xmin, ymin, xmax, ymax);
@@ -48,8 +33,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     WriteFile(Folder() / "f.sbx", data + 2, indexSize);
     WriteFile(Folder() / "f.sbn", data + 2 + indexSize, size - 2 - indexSize);
 
-    std::string path = (Folder() / "f.sbn").string();
-    quillet::BinIndex index(std::wstring(path.begin(), path.end()).c_str());
+    quillet::BinIndex index(quillet::fuzz::Wide(Folder() / "f.sbn").c_str());
     const quillet::WKSEnvelope& e = index.GetExtent();
     double w = e.XMax - e.XMin;
     double h = e.YMax - e.YMin;

@@ -9,27 +9,13 @@
 #include <cstdio>
 #include <string>
 
+#include "FuzzFiles.h"
 #include "attrindex/MTIndexNG.h"
 #include "attrindex/MTSearch.h"
 #include "foundation/DebugOutput.h"
 #include "foundation/IFIDSet.h"
 
 namespace {
-
-const std::string& Folder() {
-    static const std::string folder = [] {
-        char pattern[] = "/tmp/quillet-fuzz-btree-XXXXXX";
-        return std::string(mkdtemp(pattern) ? pattern : "/tmp");
-    }();
-    return folder;
-}
-
-bool WriteFile(const std::string& path, const uint8_t* bytes, size_t size) {
-    std::FILE* out = std::fopen(path.c_str(), "wb");
-    if (!out) return false;
-    bool ok = std::fwrite(bytes, 1, size, out) == size;
-    return std::fclose(out) == 0 && ok;
-}
 
 void Walk(quillet::MTIndex& index) {
     using namespace quillet;
@@ -68,9 +54,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                                         MTInt64,  MTFloat,   MTDouble, MTDate};
     bool ng = data[0] & 1;
     MTDataType type = kTypes[(data[0] >> 1) & 7];
-    std::string path = Folder() + "/f.idx";
-    if (!WriteFile(path, data + 1, size - 1)) return 0;
-    std::wstring wide(path.begin(), path.end());
+    fuzz::WriteFile(fuzz::Folder() / "f.idx", data + 1, size - 1);
+    std::wstring wide = fuzz::Wide(fuzz::Folder() / "f.idx");
     std::unique_ptr<MTIndex> index;
     if (ng) {
         index = std::make_unique<MTIndexNG>();

@@ -11,24 +11,10 @@
 #include <string>
 #include <vector>
 
+#include "FuzzFiles.h"
 #include "recordfile/VFile.h"
 
 namespace {
-
-const std::string& Folder() {
-    static const std::string folder = [] {
-        char pattern[] = "/tmp/quillet-fuzz-vfile-XXXXXX";
-        return std::string(mkdtemp(pattern) ? pattern : "/tmp");
-    }();
-    return folder;
-}
-
-bool WriteFile(const std::string& path, const uint8_t* bytes, size_t size) {
-    std::FILE* out = std::fopen(path.c_str(), "wb");
-    if (!out) return false;
-    bool ok = std::fwrite(bytes, 1, size, out) == size;
-    return std::fclose(out) == 0 && ok;
-}
 
 void ReadEverything(quillet::VFile& file) {
     unsigned char user[quillet::VFile::kUserHeaderLength];
@@ -53,12 +39,9 @@ void ReadEverything(quillet::VFile& file) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 2) return 0;
     size_t split = std::min<size_t>(size - 2, data[0] | (data[1] << 8));
-    std::string dataPath = Folder() + "/f.shp";
-    std::string indexPath = Folder() + "/f.shx";
-    if (!WriteFile(dataPath, data + 2, split) || !WriteFile(indexPath, data + 2 + split, size - 2 - split)) {
-        return 0;
-    }
-    std::wstring wide(dataPath.begin(), dataPath.end());
+    quillet::fuzz::WriteFile(quillet::fuzz::Folder() / "f.shp", data + 2, split);
+    quillet::fuzz::WriteFile(quillet::fuzz::Folder() / "f.shx", data + 2 + split, size - 2 - split);
+    std::wstring wide = quillet::fuzz::Wide(quillet::fuzz::Folder() / "f.shp");
     for (auto method : {quillet::VFile::kIndexed, quillet::VFile::kNotIndexed}) {
         quillet::VFile file(wide.c_str());
         if (file.Open(quillet::VFile::kReadOnly, method, false, false)) ReadEverything(file);
