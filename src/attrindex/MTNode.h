@@ -19,6 +19,7 @@
 // order of entries: keys without tolerance, then record ids.
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
 
 #include "attrindex/MTKey.h"
@@ -144,14 +145,23 @@ private:
     // Exact comparison of key i with key bytes of the same index.
     int CompareBytes(int32_t i, const unsigned char* key) const;
 
-    int32_t Word(int32_t i) const;
-    void SetWord(int32_t i, int32_t value);
+    int32_t Word(int32_t i) const {
+        int32_t value;
+        std::memcpy(&value, buffer_.get() + 4 * i, 4);
+        return value;
+    }
+    void SetWord(int32_t i, int32_t value) {
+        std::memcpy(buffer_.get() + 4 * i, &value, 4);
+        clean_ = false;
+    }
     bool EnsureBuffer();
     // The key bytes of `key` in the index's encoding into out[width].
     HRESULT EncodeKey(const MTKey& key, unsigned char* out) const;
     // Key bytes of the index's encoding into `key`.
     void DecodeKey(const unsigned char* bytes, MTKey& key) const;
     void DecodeText(int32_t i, wchar_t* out) const;
+    // Key i of an integer index.
+    int64_t IntegerAt(int32_t i) const;
     long double Widened(int32_t i) const;
     template <typename T>
     void StoreAtCursor(T value);
