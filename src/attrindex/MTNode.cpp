@@ -48,11 +48,15 @@ void SwapKeys(unsigned char* keys, int32_t count, MTDataType type) {
 
 }  // namespace
 
+MTNode::MTNode(MTIndex* owner)
+    : owner_(owner), geometry_(owner ? &owner->GetGeometry() : nullptr) {}
+
 MTNode::~MTNode() = default;
 
 void MTNode::SetOwner(MTIndex* owner) {
     if (owner == owner_) return;
     owner_ = owner;
+    geometry_ = owner ? &owner->GetGeometry() : nullptr;
     buffer_.reset();
     nodeIndex_ = 0;
     clean_ = true;

@@ -23,6 +23,7 @@
 #include <memory>
 
 #include "attrindex/MTKey.h"
+#include "attrindex/MTNodeGeometry.h"
 #include "foundation/Export.h"
 #include "foundation/HResult.h"
 #include "foundation/String.h"
@@ -46,7 +47,7 @@ public:
         kFirstNotLessExact // first key >= search key, exactly (no tolerance)
     };
 
-    explicit MTNode(MTIndex* owner = nullptr) : owner_(owner) {}
+    explicit MTNode(MTIndex* owner = nullptr);
     ~MTNode();
     MTNode(const MTNode&) = delete;
     MTNode& operator=(const MTNode&) = delete;
@@ -95,7 +96,9 @@ public:
     int32_t GetCursor() const { return cursor_; }
     void SetCursor(int32_t i) { cursor_ = i; }
 
-    unsigned char* GetKeyPtr(int32_t i) const;
+    unsigned char* GetKeyPtr(int32_t i) const {
+        return buffer_.get() + geometry_->keysOffset + static_cast<ptrdiff_t>(i) * geometry_->keyWidth;
+    }
 
     // The key at the cursor.
     String GetKeyAsString(bool stripPadding = true) const;
@@ -169,6 +172,8 @@ private:
     HRESULT SwapFromDisk();
 
     MTIndex* owner_;
+    // The owner's geometry, held here so that key access is inline.
+    const MTNodeGeometry* geometry_;
     std::unique_ptr<unsigned char[]> buffer_;
     int32_t nodeIndex_ = 0;
     int32_t cursor_ = 0;

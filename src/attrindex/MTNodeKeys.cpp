@@ -85,11 +85,6 @@ bool FLOATING_PT_EQ(long double a, long double b, long double eps) {
     return std::fabs(a - b) <= eps + eps * (std::fabs(a) + std::fabs(b)) / 2;
 }
 
-unsigned char* MTNode::GetKeyPtr(int32_t i) const {
-    const MTNodeGeometry& g = owner_->GetGeometry();
-    return buffer_.get() + g.keysOffset + static_cast<ptrdiff_t>(i) * g.keyWidth;
-}
-
 void MTNode::DecodeText(int32_t i, wchar_t* out) const {
     owner_->GetTextCodec().Decode(GetKeyPtr(i), out);
 }
