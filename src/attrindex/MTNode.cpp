@@ -17,12 +17,8 @@ T ByteSwapped(T value) {
     if constexpr (sizeof(T) == 8) return __builtin_bswap64(value);
 }
 
-// Reverses the bytes of n values of type T in place: a plain loop, which the
-// compiler turns into vector code. The baseline instruction set has no byte
-// shuffle, so a second copy for processors that have one is chosen at load
-// time; it swaps a node several times faster.
 template <typename T>
-__attribute__((target_clones("avx2", "default"))) void SwapEach(unsigned char* values, int32_t n) {
+void SwapEach(unsigned char* values, int32_t n) {
     for (size_t i = 0; i < static_cast<size_t>(n); ++i) {
         T value;
         std::memcpy(&value, values + i * sizeof(T), sizeof(T));
@@ -31,17 +27,17 @@ __attribute__((target_clones("avx2", "default"))) void SwapEach(unsigned char* v
     }
 }
 
-// Numbers are swapped element by element; text is stored as it is.
-void SwapKeys(unsigned char* keys, int32_t count, MTDataType type) {
-    switch (type) {
-        case MTShort: SwapEach<uint16_t>(keys, count); break;
-        case MTLong:
-        case MTFloat: SwapEach<uint32_t>(keys, count); break;
-        case MTInt64:
-        case MTDouble:
-        case MTDate:
-        case MTDateMap1:
-        case MTDateMap2: SwapEach<uint64_t>(keys, count); break;
+// Reverses the bytes of n values of `width` bytes in place (other widths
+// stay as they are): plain loops, which the compiler turns into vector code.
+// The baseline instruction set has no byte shuffle, so a second copy for
+// processors that have one is chosen at load time; it swaps a node several
+// times faster.
+__attribute__((target_clones("avx2", "default"))) void SwapValues(unsigned char* values,
+                                                                  int32_t n, int32_t width) {
+    switch (width) {
+        case 2: SwapEach<uint16_t>(values, n); break;
+        case 4: SwapEach<uint32_t>(values, n); break;
+        case 8: SwapEach<uint64_t>(values, n); break;
         default: break;
     }
 }
@@ -158,16 +154,21 @@ void MTNode::Trim() {
     clean_ = false;
 }
 
+int32_t MTNode::NumberWidth() const {
+    // Text is stored as it is.
+    return IsStringType(owner_->GetDataType()) ? 0 : geometry_->keyWidth;
+}
+
 void MTNode::SwapToDisk(unsigned char* block) const {
     const MTNodeGeometry& g = owner_->GetGeometry();
     std::memset(block, 0, static_cast<size_t>(g.nodeSize));
     int32_t count = GetCount();
     int32_t words = count + MTNodeGeometry::kHeaderWords;
     std::memcpy(block, buffer_.get(), 4 * static_cast<size_t>(words));
-    SwapEach<uint32_t>(block, words);
+    SwapValues(block, words, 4);
     size_t keyBytes = static_cast<size_t>(count) * g.keyWidth;
     std::memcpy(block + g.keysOffset, buffer_.get() + g.keysOffset, keyBytes);
-    SwapKeys(block + g.keysOffset, count, owner_->GetDataType());
+    SwapValues(block + g.keysOffset, count, NumberWidth());
 }
 
 HRESULT MTNode::SwapFromDisk() {
@@ -175,8 +176,8 @@ HRESULT MTNode::SwapFromDisk() {
     unsigned char* block = buffer_.get();
     auto count = static_cast<int32_t>(DecodeFixed32BE(block + MTNodeGeometry::kCountOffset));
     if (count < 0 || count > g.maxKeys) return E_FAIL;
-    SwapEach<uint32_t>(block, count + MTNodeGeometry::kHeaderWords);
-    SwapKeys(block + g.keysOffset, count, owner_->GetDataType());
+    SwapValues(block, count + MTNodeGeometry::kHeaderWords, 4);
+    SwapValues(block + g.keysOffset, count, NumberWidth());
     return S_OK;
 }
 

@@ -168,6 +168,8 @@ private:
     long double Widened(int32_t i) const;
     template <typename T>
     void StoreAtCursor(T value);
+    // The width of a key that the older format swaps: a number's, else 0.
+    int32_t NumberWidth() const;
     void SwapToDisk(unsigned char* block) const;
     HRESULT SwapFromDisk();
 
