@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <limits>
 
 #include "foundation/Descriptor.h"
 
@@ -47,13 +48,19 @@ void HandleMapping::Unmap() {
 }
 
 size_t HandleMapping::Read(unsigned char* out, size_t n, int64_t at) const {
-    if (at >= length_) return 0;
+    if (n == 0 || at >= length_) return 0;
     size_t count = std::min(n, static_cast<size_t>(length_ - at));
     std::memcpy(out, base_ + at, count);
     return count;
 }
 
 bool HandleMapping::Write(const unsigned char* data, size_t n, int64_t at) {
+    // Writing nothing moves no end, as the descriptor's write does.
+    if (n == 0) return true;
+    if (at > std::numeric_limits<int64_t>::max() - static_cast<int64_t>(n)) {
+        errno = EFBIG;
+        return false;
+    }
     int64_t end = at + static_cast<int64_t>(n);
     if (end <= length_) {
         std::memcpy(base_ + at, data, n);

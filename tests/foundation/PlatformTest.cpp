@@ -223,6 +223,20 @@ TEST_F(Win32FileTest, AMappedHandleKeepsTheFileExactThroughGrowthAndTruncation) 
     EXPECT_EQ(test::ReadBytes(dir_ / "m"), (std::vector<unsigned char>{'a', 'B', 'C'}));
 }
 
+TEST_F(Win32FileTest, AMappedHandleWritingNothingPastTheEndLeavesTheLength) {
+    HANDLE file = CreateFileW(Path("z").c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                              CREATE_ALWAYS, 0, nullptr);
+    ASSERT_NE(file, INVALID_HANDLE_VALUE);
+    uint32_t moved = 7;
+    SetFilePointer(file, 100, nullptr, FILE_BEGIN);
+    EXPECT_TRUE(WriteFile(file, nullptr, 0, &moved, nullptr));
+    EXPECT_EQ(moved, 0u);
+    EXPECT_TRUE(ReadFile(file, nullptr, 0, &moved, nullptr));
+    EXPECT_EQ(GetFileSize(file, nullptr), 0u);
+    EXPECT_TRUE(CloseHandle(file));
+    EXPECT_TRUE(test::ReadBytes(dir_ / "z").empty());
+}
+
 TEST(DebugOutputTest, DefaultSinkPrintsOnlyWhenAskedTo) {
     ScopedEnv off("QUILLET_DEBUG", nullptr);
     testing::internal::CaptureStderr();
