@@ -27,8 +27,9 @@
 // the 10,000,000-key stores, 1,000,000 exact lookups and range scans of 0.1 %
 // and 10 % of the keys. Bulk loads also report `peak_anon_mib`: the growth of
 // the process's anonymous memory (heap and stacks) during the `ng` load, the
-// peak of samples taken every 5 milliseconds. The pages of a mapped file are left
-// out, since the system's cache owns them.
+// peak of samples taken every 5 ms. The pages of a mapped file are left out,
+// since the system's cache owns them. Each timing starts once the system has
+// written back its dirty pages.
 
 #include <benchmark/benchmark.h>
 #include <lmdb.h>
