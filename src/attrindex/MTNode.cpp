@@ -10,30 +10,49 @@ namespace quillet {
 
 namespace {
 
-void SwapKeys(unsigned char* keys, int32_t count, MTDataType type, int32_t width) {
-    for (int32_t i = 0; i < count; ++i) {
-        unsigned char* key = keys + static_cast<ptrdiff_t>(i) * width;
-        switch (type) {
-            case MTShort: EncodeFixed16LE(key, __builtin_bswap16(DecodeFixed16LE(key))); break;
-            case MTLong:
-            case MTFloat: EncodeFixed32LE(key, __builtin_bswap32(DecodeFixed32LE(key))); break;
-            case MTInt64:
-            case MTDouble:
-            case MTDate:
-            case MTDateMap1:
-            case MTDateMap2: EncodeFixed64LE(key, __builtin_bswap64(DecodeFixed64LE(key))); break;
-            default: return;  // text is stored as it is
-        }
+template <typename T>
+T ByteSwapped(T value) {
+    if constexpr (sizeof(T) == 2) return __builtin_bswap16(value);
+    if constexpr (sizeof(T) == 4) return __builtin_bswap32(value);
+    if constexpr (sizeof(T) == 8) return __builtin_bswap64(value);
+}
+
+template <typename T>
+void SwapEach(unsigned char* values, int32_t n) {
+    for (size_t i = 0; i < static_cast<size_t>(n); ++i) {
+        T value;
+        std::memcpy(&value, values + i * sizeof(T), sizeof(T));
+        value = ByteSwapped(value);
+        std::memcpy(values + i * sizeof(T), &value, sizeof(T));
+    }
+}
+
+// Reverses the bytes of n values of `width` bytes in place (other widths
+// stay as they are): plain loops, which the compiler turns into vector code.
+// The baseline instruction set has no byte shuffle, so a second copy for
+// processors that have one is chosen at load time; it swaps a node several
+// times faster.
+__attribute__((target_clones("avx2", "default"))) void SwapValues(unsigned char* values,
+                                                                  int32_t n, int32_t width) {
+    switch (width) {
+        case 2: SwapEach<uint16_t>(values, n); break;
+        case 4: SwapEach<uint32_t>(values, n); break;
+        case 8: SwapEach<uint64_t>(values, n); break;
+        default: break;
     }
 }
 
 }  // namespace
+
+MTNode::MTNode(MTIndex* owner)
+    : owner_(owner), geometry_(owner ? &owner->GetGeometry() : nullptr) {}
 
 MTNode::~MTNode() = default;
 
 void MTNode::SetOwner(MTIndex* owner) {
     if (owner == owner_) return;
     owner_ = owner;
+    geometry_ = owner ? &owner->GetGeometry() : nullptr;
     buffer_.reset();
     nodeIndex_ = 0;
     clean_ = true;
@@ -41,17 +60,6 @@ void MTNode::SetOwner(MTIndex* owner) {
 
 void MTNode::SetNodeIndex(int32_t nodeIndex) {
     nodeIndex_ = nodeIndex;
-    clean_ = false;
-}
-
-int32_t MTNode::Word(int32_t i) const {
-    int32_t value;
-    std::memcpy(&value, buffer_.get() + 4 * i, 4);
-    return value;
-}
-
-void MTNode::SetWord(int32_t i, int32_t value) {
-    std::memcpy(buffer_.get() + 4 * i, &value, 4);
     clean_ = false;
 }
 
@@ -146,26 +154,30 @@ void MTNode::Trim() {
     clean_ = false;
 }
 
+int32_t MTNode::NumberWidth() const {
+    // Text is stored as it is.
+    return IsStringType(owner_->GetDataType()) ? 0 : geometry_->keyWidth;
+}
+
 void MTNode::SwapToDisk(unsigned char* block) const {
     const MTNodeGeometry& g = owner_->GetGeometry();
     std::memset(block, 0, static_cast<size_t>(g.nodeSize));
     int32_t count = GetCount();
-    for (int32_t i = 0; i < count + MTNodeGeometry::kHeaderWords; ++i) {
-        EncodeFixed32BE(block + 4 * i, static_cast<uint32_t>(Word(i)));
-    }
+    int32_t words = count + MTNodeGeometry::kHeaderWords;
+    std::memcpy(block, buffer_.get(), 4 * static_cast<size_t>(words));
+    SwapValues(block, words, 4);
     size_t keyBytes = static_cast<size_t>(count) * g.keyWidth;
     std::memcpy(block + g.keysOffset, buffer_.get() + g.keysOffset, keyBytes);
-    SwapKeys(block + g.keysOffset, count, owner_->GetDataType(), g.keyWidth);
+    SwapValues(block + g.keysOffset, count, NumberWidth());
 }
 
 HRESULT MTNode::SwapFromDisk() {
     const MTNodeGeometry& g = owner_->GetGeometry();
-    auto count = static_cast<int32_t>(DecodeFixed32BE(buffer_.get() + MTNodeGeometry::kCountOffset));
+    unsigned char* block = buffer_.get();
+    auto count = static_cast<int32_t>(DecodeFixed32BE(block + MTNodeGeometry::kCountOffset));
     if (count < 0 || count > g.maxKeys) return E_FAIL;
-    for (int32_t i = 0; i < count + MTNodeGeometry::kHeaderWords; ++i) {
-        EncodeFixed32LE(buffer_.get() + 4 * i, DecodeFixed32BE(buffer_.get() + 4 * i));
-    }
-    SwapKeys(buffer_.get() + g.keysOffset, count, owner_->GetDataType(), g.keyWidth);
+    SwapValues(block, count + MTNodeGeometry::kHeaderWords, 4);
+    SwapValues(block + g.keysOffset, count, NumberWidth());
     return S_OK;
 }
 

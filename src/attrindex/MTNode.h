@@ -19,9 +19,11 @@
 // order of entries: keys without tolerance, then record ids.
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
 
 #include "attrindex/MTKey.h"
+#include "attrindex/MTNodeGeometry.h"
 #include "foundation/Export.h"
 #include "foundation/HResult.h"
 #include "foundation/String.h"
@@ -45,7 +47,7 @@ public:
         kFirstNotLessExact // first key >= search key, exactly (no tolerance)
     };
 
-    explicit MTNode(MTIndex* owner = nullptr) : owner_(owner) {}
+    explicit MTNode(MTIndex* owner = nullptr);
     ~MTNode();
     MTNode(const MTNode&) = delete;
     MTNode& operator=(const MTNode&) = delete;
@@ -94,7 +96,9 @@ public:
     int32_t GetCursor() const { return cursor_; }
     void SetCursor(int32_t i) { cursor_ = i; }
 
-    unsigned char* GetKeyPtr(int32_t i) const;
+    unsigned char* GetKeyPtr(int32_t i) const {
+        return buffer_.get() + geometry_->keysOffset + static_cast<ptrdiff_t>(i) * geometry_->keyWidth;
+    }
 
     // The key at the cursor.
     String GetKeyAsString(bool stripPadding = true) const;
@@ -144,21 +148,34 @@ private:
     // Exact comparison of key i with key bytes of the same index.
     int CompareBytes(int32_t i, const unsigned char* key) const;
 
-    int32_t Word(int32_t i) const;
-    void SetWord(int32_t i, int32_t value);
+    int32_t Word(int32_t i) const {
+        int32_t value;
+        std::memcpy(&value, buffer_.get() + 4 * i, 4);
+        return value;
+    }
+    void SetWord(int32_t i, int32_t value) {
+        std::memcpy(buffer_.get() + 4 * i, &value, 4);
+        clean_ = false;
+    }
     bool EnsureBuffer();
     // The key bytes of `key` in the index's encoding into out[width].
     HRESULT EncodeKey(const MTKey& key, unsigned char* out) const;
     // Key bytes of the index's encoding into `key`.
     void DecodeKey(const unsigned char* bytes, MTKey& key) const;
     void DecodeText(int32_t i, wchar_t* out) const;
+    // Key i of an integer index.
+    int64_t IntegerAt(int32_t i) const;
     long double Widened(int32_t i) const;
     template <typename T>
     void StoreAtCursor(T value);
+    // The width of a key that the older format swaps: a number's, else 0.
+    int32_t NumberWidth() const;
     void SwapToDisk(unsigned char* block) const;
     HRESULT SwapFromDisk();
 
     MTIndex* owner_;
+    // The owner's geometry, held here so that key access is inline.
+    const MTNodeGeometry* geometry_;
     std::unique_ptr<unsigned char[]> buffer_;
     int32_t nodeIndex_ = 0;
     int32_t cursor_ = 0;

@@ -53,6 +53,28 @@ int64_t ToInteger(const MTKey& key) {
 
 int Sign(long double a, long double b) { return a < b ? -1 : (a > b ? 1 : 0); }
 
+int Sign(int64_t a, int64_t b) { return a < b ? -1 : (a > b ? 1 : 0); }
+
+bool IsIntegerType(MTDataType type) { return type == MTShort || type == MTLong || type == MTInt64; }
+
+// The first of `count` keys of type T that is not before `wanted`; integers
+// compare exactly as their widened values do, without the widening.
+template <typename T>
+int32_t IntegerBound(const unsigned char* keys, int32_t count, int64_t wanted, bool greater) {
+    int32_t low = 0;
+    int32_t high = count;
+    while (low < high) {
+        int32_t mid = low + (high - low) / 2;
+        int64_t own = Load<T>(keys + static_cast<ptrdiff_t>(mid) * static_cast<ptrdiff_t>(sizeof(T)));
+        if (greater ? own <= wanted : own < wanted) {
+            low = mid + 1;
+        } else {
+            high = mid;
+        }
+    }
+    return low;
+}
+
 long double ToleranceOf(MTDataType type) {
     return type == MTFloat ? kFloatEpsilon : (type == MTDouble ? kDoubleEpsilon : 0);
 }
@@ -61,11 +83,6 @@ long double ToleranceOf(MTDataType type) {
 
 bool FLOATING_PT_EQ(long double a, long double b, long double eps) {
     return std::fabs(a - b) <= eps + eps * (std::fabs(a) + std::fabs(b)) / 2;
-}
-
-unsigned char* MTNode::GetKeyPtr(int32_t i) const {
-    const MTNodeGeometry& g = owner_->GetGeometry();
-    return buffer_.get() + g.keysOffset + static_cast<ptrdiff_t>(i) * g.keyWidth;
 }
 
 void MTNode::DecodeText(int32_t i, wchar_t* out) const {
@@ -154,6 +171,15 @@ HRESULT MTNode::EncodeKey(const MTKey& key, unsigned char* out) const {
     return S_OK;
 }
 
+int64_t MTNode::IntegerAt(int32_t i) const {
+    const unsigned char* p = GetKeyPtr(i);
+    switch (owner_->GetDataType()) {
+        case MTShort: return Load<int16_t>(p);
+        case MTLong: return Load<int32_t>(p);
+        default: return Load<int64_t>(p);
+    }
+}
+
 long double MTNode::Widened(int32_t i) const {
     const unsigned char* p = GetKeyPtr(i);
     switch (owner_->GetDataType()) {
@@ -173,11 +199,7 @@ int MTNode::CompareAt(int32_t i, const MTKey& key, bool tolerance) const {
         return SqlParse::lstrncmp_pad(text, key.GetString(),
                                       owner_->GetTextCodec().GetCompareChars());
     }
-    if (type == MTInt64 && key.IsInteger()) {
-        int64_t a = Load<int64_t>(GetKeyPtr(i));
-        int64_t b = key.GetInteger();
-        return a < b ? -1 : (a > b ? 1 : 0);
-    }
+    if (IsIntegerType(type) && key.IsInteger()) return Sign(IntegerAt(i), key.GetInteger());
     long double a = Widened(i);
     long double b = key.GetWidened();
     if (a == b || std::isnan(a) || std::isnan(b)) return 0;
@@ -196,11 +218,7 @@ int MTNode::CompareBytes(int32_t i, const unsigned char* key) const {
         return SqlParse::lstrncmp_pad(own, other, owner_->GetTextCodec().GetCompareChars());
     }
     const unsigned char* p = GetKeyPtr(i);
-    if (type == MTInt64) {
-        int64_t a = Load<int64_t>(p);
-        int64_t b = Load<int64_t>(key);
-        return a < b ? -1 : (a > b ? 1 : 0);
-    }
+    if (type == MTInt64) return Sign(Load<int64_t>(p), Load<int64_t>(key));
     long double a = Widened(i);
     long double b = type == MTShort  ? Load<int16_t>(key)
                     : type == MTLong  ? Load<int32_t>(key)
@@ -217,26 +235,21 @@ int MTNode::CompareEntry(int32_t i, const MTKey& key, int32_t id) const {
 }
 
 int32_t MTNode::FindBound(const MTKey& key, Bound bound) const {
+    MTDataType type = owner_->GetDataType();
+    if (IsIntegerType(type) && key.IsInteger()) {
+        bool greater = bound == kFirstGreater;
+        const unsigned char* keys = GetKeyPtr(0);
+        int64_t wanted = key.GetInteger();
+        if (type == MTShort) return IntegerBound<int16_t>(keys, GetCount(), wanted, greater);
+        if (type == MTLong) return IntegerBound<int32_t>(keys, GetCount(), wanted, greater);
+        return IntegerBound<int64_t>(keys, GetCount(), wanted, greater);
+    }
     int32_t low = 0;
     int32_t high = GetCount();
-    MTDataType type = owner_->GetDataType();
-    bool integers = key.IsInteger() && (type == MTLong || type == MTShort || type == MTInt64);
-    int64_t wanted = integers ? key.GetInteger() : 0;
     while (low < high) {
         int32_t mid = low + (high - low) / 2;
-        int c;
-        if (integers) {
-            // The widened comparison of two integers, without widening.
-            const unsigned char* p = GetKeyPtr(mid);
-            int64_t own = type == MTLong    ? Load<int32_t>(p)
-                          : type == MTShort ? Load<int16_t>(p)
-                                            : Load<int64_t>(p);
-            c = own < wanted ? -1 : (own > wanted ? 1 : 0);
-        } else {
-            c = CompareAt(mid, key, bound != kFirstNotLessExact);
-        }
-        bool before = bound == kFirstGreater ? c <= 0 : c < 0;
-        if (before) {
+        int c = CompareAt(mid, key, bound != kFirstNotLessExact);
+        if (bound == kFirstGreater ? c <= 0 : c < 0) {
             low = mid + 1;
         } else {
             high = mid;

@@ -18,7 +18,7 @@ HRESULT MTSearch::Start(const MTNode& leaf, int32_t position, int32_t leaves) {
 
 HRESULT MTSearch::Advance() {
     node_.SetCursor(node_.GetCursor() + 1);
-    return SkipExhausted();
+    return node_.GetCursor() < node_.GetCount() ? S_OK : SkipExhausted();
 }
 
 HRESULT MTSearch::SkipExhausted() {

@@ -10,6 +10,7 @@
 
 #include "foundation/Descriptor.h"
 #include "foundation/FaultInjection.h"
+#include "foundation/HandleMapping.h"
 #include "foundation/Win32Error.h"
 #include "foundation/Win32File.h"
 
@@ -22,6 +23,7 @@ struct OpenFile {
     int fd;
     bool writable;
     int64_t position;
+    HandleMapping mapping;
 };
 
 OpenFile* FileOf(HANDLE handle) {
@@ -38,6 +40,13 @@ int Fail(uint32_t error) {
 }
 
 int FailFromErrno(int err) { return Fail(Win32ErrorFromErrno(err)); }
+
+// The file's length, -1 with errno set on failure.
+int64_t LengthOf(const OpenFile& file) {
+    if (file.mapping.IsMapped()) return file.mapping.Length();
+    struct stat st{};
+    return ::fstat(file.fd, &st) == 0 ? st.st_size : -1;
+}
 
 uint32_t FailPointer(uint32_t error) {
     SetLastError(error);
@@ -95,7 +104,7 @@ HANDLE CreateFileW(const wchar_t* path, uint32_t access, uint32_t share, SECURIT
     // Emptied only once the lock is held, so that a file in use elsewhere
     // keeps its contents.
     bool truncate = disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING;
-    auto* file = new (std::nothrow) OpenFile{fd, writable, 0};
+    auto* file = new (std::nothrow) OpenFile{fd, writable, 0, {}};
     if (!file || (truncate && ::ftruncate(fd, 0) != 0)) {
         int err = file ? errno : ENOMEM;
         delete file;
@@ -104,6 +113,9 @@ HANDLE CreateFileW(const wchar_t* path, uint32_t access, uint32_t share, SECURIT
         return INVALID_HANDLE_VALUE;
     }
     bool reportExisting = existed && (disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS);
+    // Only a handle that shuts every other open out owns the file's length,
+    // which the map relies on; the others keep to the descriptor.
+    if (exclusive) file->mapping.Map(fd);
     SetLastError(reportExisting ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
     return file;
 }
@@ -114,7 +126,10 @@ int ReadFile(HANDLE handle, void* buffer, uint32_t count, uint32_t* read, void* 
     if (!file) return 0;
     if (overlapped || (!buffer && count > 0)) return Fail(ERROR_INVALID_PARAMETER);
     if (FaultInjection::ShouldFail(FaultInjection::kRead)) return Fail(ERROR_READ_FAULT);
-    int64_t got = ReadAt(file->fd, static_cast<unsigned char*>(buffer), count, file->position);
+    auto* out = static_cast<unsigned char*>(buffer);
+    int64_t got = file->mapping.IsMapped()
+                      ? static_cast<int64_t>(file->mapping.Read(out, count, file->position))
+                      : ReadAt(file->fd, out, count, file->position);
     if (got < 0) return FailFromErrno(errno);
     file->position += got;
     if (read) *read = static_cast<uint32_t>(got);
@@ -129,7 +144,9 @@ int WriteFile(HANDLE handle, const void* buffer, uint32_t count, uint32_t* writt
     if (overlapped || (!buffer && count > 0)) return Fail(ERROR_INVALID_PARAMETER);
     if (!file->writable) return Fail(ERROR_ACCESS_DENIED);
     if (FaultInjection::ShouldFail(FaultInjection::kWrite)) return Fail(ERROR_DISK_FULL);
-    if (!WriteAt(file->fd, static_cast<const unsigned char*>(buffer), count, file->position)) {
+    const auto* data = static_cast<const unsigned char*>(buffer);
+    if (!(file->mapping.IsMapped() ? file->mapping.Write(data, count, file->position)
+                                   : WriteAt(file->fd, data, count, file->position))) {
         return FailFromErrno(errno);
     }
     file->position += count;
@@ -147,9 +164,8 @@ uint32_t SetFilePointer(HANDLE handle, int32_t distance, int32_t* distanceHigh, 
     if (method == FILE_CURRENT) {
         base = file->position;
     } else if (method == FILE_END) {
-        struct stat st{};
-        if (::fstat(file->fd, &st) != 0) return FailPointer(Win32ErrorFromErrno(errno));
-        base = st.st_size;
+        base = LengthOf(*file);
+        if (base < 0) return FailPointer(Win32ErrorFromErrno(errno));
     } else if (method != FILE_BEGIN) {
         return FailPointer(ERROR_INVALID_PARAMETER);
     }
@@ -170,18 +186,19 @@ int SetEndOfFile(HANDLE handle) {
     if (!file) return 0;
     if (!file->writable) return Fail(ERROR_ACCESS_DENIED);
     if (FaultInjection::ShouldFail(FaultInjection::kWrite)) return Fail(ERROR_DISK_FULL);
-    if (::ftruncate(file->fd, file->position) != 0) return FailFromErrno(errno);
-    return 1;
+    bool done = file->mapping.IsMapped() ? file->mapping.SetLength(file->position)
+                                         : ::ftruncate(file->fd, file->position) == 0;
+    return done ? 1 : FailFromErrno(errno);
 }
 
 uint32_t GetFileSize(HANDLE handle, uint32_t* high) {
     OpenFile* file = FileOf(handle);
-    struct stat st{};
-    if (!file || ::fstat(file->fd, &st) != 0) {
+    int64_t length = file ? LengthOf(*file) : -1;
+    if (length < 0) {
         if (file) FailFromErrno(errno);
         return INVALID_FILE_SIZE;
     }
-    auto size = static_cast<uint64_t>(st.st_size);
+    auto size = static_cast<uint64_t>(length);
     if (high) *high = static_cast<uint32_t>(size >> 32);
     SetLastError(ERROR_SUCCESS);
     return static_cast<uint32_t>(size);
@@ -191,6 +208,7 @@ int FlushFileBuffers(HANDLE handle) {
     OpenFile* file = FileOf(handle);
     if (!file) return 0;
     if (FaultInjection::ShouldFail(FaultInjection::kFlush)) return Fail(ERROR_DISK_FULL);
+    if (file->mapping.IsMapped() && !file->mapping.Sync()) return FailFromErrno(errno);
     if (::fdatasync(file->fd) != 0 && errno != EINVAL && errno != EROFS) return FailFromErrno(errno);
     return 1;
 }

@@ -2,8 +2,10 @@
 
 // Win32-named calls on file handles, over POSIX: open (CreateFileW), read,
 // write, move the file pointer, truncate, flush and close. A handle owns one
-// descriptor and its own file pointer, so a read or write at the pointer is
-// one positioned system call. Sharing follows File's rule: a handle opened
+// descriptor and its own file pointer. A handle that shuts every other open
+// out (a writer that shares nothing) maps its file, so that reads and writes
+// inside the file cost no system call; any other read or write at the pointer
+// is one positioned system call. Sharing follows File's rule: a handle opened
 // for writing that shares neither reading nor writing takes an exclusive lock
 // on the whole file, every other open a shared one, and the loser of a
 // conflict fails at once with ERROR_SHARING_VIOLATION.

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "foundation/DebugOutput.h"
+#include "foundation/FaultInjection.h"
 #include "foundation/InstallDir.h"
 #include "foundation/Win32Error.h"
 #include "foundation/Win32File.h"
@@ -181,6 +182,59 @@ TEST_F(Win32FileTest, HandleDispositionsAndSharing) {
     EXPECT_FALSE(WriteFile(reader, "x", 1, &written, nullptr));
     EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
     CloseHandle(reader);
+}
+
+// A writer that shares nothing works through a map of its file; the file's
+// bytes and length must be exactly those of the descriptor's calls.
+TEST_F(Win32FileTest, AMappedHandleKeepsTheFileExactThroughGrowthAndTruncation) {
+    FaultInjectionScope faults;
+    HANDLE file = CreateFileW(Path("m").c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                              CREATE_ALWAYS, 0, nullptr);
+    ASSERT_NE(file, INVALID_HANDLE_VALUE);
+    uint32_t moved = 0;
+    ASSERT_TRUE(WriteFile(file, "abcd", 4, &moved, nullptr));
+    // Past the map's first reach (64 MiB), with a gap that reads as zeros.
+    int32_t high = 0;
+    const int32_t far = (65 << 20) + 3;
+    SetFilePointer(file, far, &high, FILE_BEGIN);
+    ASSERT_TRUE(WriteFile(file, "xyz", 3, &moved, nullptr));
+    EXPECT_EQ(GetFileSize(file, nullptr), static_cast<uint32_t>(far) + 3);
+    char bytes[8] = {};
+    SetFilePointer(file, far - 2, nullptr, FILE_BEGIN);
+    ASSERT_TRUE(ReadFile(file, bytes, 8, &moved, nullptr));
+    EXPECT_EQ(moved, 5u);
+    EXPECT_EQ(std::string(bytes, 5), std::string("\0\0xyz", 5));
+    // Cut short: what lay past the new end is gone, not a fault.
+    SetFilePointer(file, 2, nullptr, FILE_BEGIN);
+    ASSERT_TRUE(SetEndOfFile(file));
+    SetFilePointer(file, far, nullptr, FILE_BEGIN);
+    ASSERT_TRUE(ReadFile(file, bytes, 3, &moved, nullptr));
+    EXPECT_EQ(moved, 0u);
+    EXPECT_EQ(SetFilePointer(file, 0, nullptr, FILE_END), 2u);
+    // A write across the end; then one that the seam fails changes nothing.
+    SetFilePointer(file, 1, nullptr, FILE_BEGIN);
+    ASSERT_TRUE(WriteFile(file, "BC", 2, &moved, nullptr));
+    FaultInjection::FailNth(FaultInjection::kWrite, 1);
+    SetFilePointer(file, 0, nullptr, FILE_BEGIN);
+    EXPECT_FALSE(WriteFile(file, "Z", 1, &moved, nullptr));
+    EXPECT_EQ(GetLastError(), ERROR_DISK_FULL);
+    EXPECT_TRUE(FlushFileBuffers(file));
+    EXPECT_TRUE(CloseHandle(file));
+    EXPECT_EQ(test::ReadBytes(dir_ / "m"), (std::vector<unsigned char>{'a', 'B', 'C'}));
+}
+
+TEST_F(Win32FileTest, AMappedHandleWritingNothingPastTheEndLeavesTheLength) {
+    HANDLE file = CreateFileW(Path("z").c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                              CREATE_ALWAYS, 0, nullptr);
+    ASSERT_NE(file, INVALID_HANDLE_VALUE);
+    uint32_t moved = 7;
+    SetFilePointer(file, 100, nullptr, FILE_BEGIN);
+    EXPECT_TRUE(WriteFile(file, nullptr, 0, &moved, nullptr));
+    EXPECT_EQ(moved, 0u);
+    EXPECT_TRUE(ReadFile(file, nullptr, 0, &moved, nullptr));
+    EXPECT_EQ(GetFileSize(file, nullptr), 0u);
+    EXPECT_TRUE(CloseHandle(file));
+    EXPECT_TRUE(test::ReadBytes(dir_ / "z").empty());
 }
 
 TEST(DebugOutputTest, DefaultSinkPrintsOnlyWhenAskedTo) {
