@@ -26,4 +26,38 @@ void FaultSweep::Run(std::initializer_list<FaultInjection::Operation> kinds) con
     }
 }
 
+void RewriteFaultTest::SweepRewrite(const std::vector<std::string>& names,
+                                    const std::function<void()>& reset,
+                                    const std::function<bool()>& operation,
+                                    const std::function<void()>& finish,
+                                    std::initializer_list<FaultInjection::Operation> kinds) {
+    std::vector<Bytes> original, rewritten;
+    for (const auto& name : names) original.push_back(ReadBytes(files_ / name));
+    const std::vector<std::string> before = files_.Files();
+    auto now = [&] {
+        std::vector<Bytes> files;
+        for (const auto& name : names) files.push_back(ReadBytes(files_ / name));
+        return files;
+    };
+    FaultSweep sweep;
+    sweep.restore = [&] {
+        for (size_t i = 0; i < names.size(); ++i) WriteBytes(files_ / names[i], original[i]);
+        reset();
+    };
+    sweep.operation = operation;
+    sweep.finish = finish;
+    sweep.check = [&](FaultInjection::Operation kind, int64_t n, bool ok) {
+        SCOPED_TRACE(::testing::Message() << "kind " << kind << " call " << n);
+        if (n == 0) {
+            rewritten = now();
+            EXPECT_NE(rewritten, original);
+        } else {
+            EXPECT_EQ(now(), ok ? rewritten : original) << (ok ? "succeeded" : "failed");
+        }
+        EXPECT_TRUE(temp_.Files().empty());
+        EXPECT_EQ(files_.Files(), before);
+    };
+    sweep.Run(kinds);
+}
+
 }  // namespace quillet::test
