@@ -16,15 +16,8 @@ using test::ReadBytes;
 using test::TempDir;
 
 TEST(DBaseFormat, HeaderRecordRoundTripsThroughItsFileForm) {
-    DBase::HeaderRecord header;
-    header.version = 0x83;
-    header.year = 126;
-    header.month = 11;
-    header.day = 22;
-    header.numRecords = 0x01020304;
-    header.headerLength = 0x0141;
-    header.recordLength = -2;  // read back as the signed value it is on disk
-    header.languageDriver = 0x57;
+    // The record length reads back as the signed value it is on disk.
+    const DBase::HeaderRecord header{0x83, 126, 11, 22, 0x01020304, 0x0141, -2, 0x57};
     unsigned char disk[32];
     std::memset(disk, 0xEE, sizeof disk);
     DBase::SwapHeaderNL(header, disk);

@@ -50,7 +50,7 @@ TEST_F(DBaseTable, EmptyTableOpensWithStatus11AndRefusesSetters) {
 
 TEST_F(DBaseTable, AppendedRecordsReachTheFileWithEndOfFileByte) {
     Fill({L"alpha", L"beta"});
-    auto bytes = Bytes();
+    auto bytes = FileBytes();
     // 32 + 3 * 32 + 1 header bytes, two records of 1 + 10 + 6 + 8 bytes, 0x1A.
     ASSERT_EQ(bytes.size(), 129u + 2 * 25 + 1);
     EXPECT_EQ(bytes[4], 2);
@@ -61,7 +61,7 @@ TEST_F(DBaseTable, AppendedRecordsReachTheFileWithEndOfFileByte) {
 
 TEST_F(DBaseTable, DeletingAnUnwrittenAppendLeavesNoTrace) {
     Fill({L"alpha"});
-    auto before = Bytes();
+    auto before = FileBytes();
     DBase table(path_);
     ASSERT_TRUE(OpenTable(table));
     ASSERT_TRUE(table.AddRecord());
@@ -70,7 +70,7 @@ TEST_F(DBaseTable, DeletingAnUnwrittenAppendLeavesNoTrace) {
     EXPECT_EQ(table.GetNumRecords(), 1);
     EXPECT_EQ(table.GetCurrentRecord(), -1);
     ASSERT_TRUE(table.Close());
-    EXPECT_EQ(Bytes(), before);  // written today: even the date is the same
+    EXPECT_EQ(FileBytes(), before);  // written today: even the date is the same
 }
 
 TEST_F(DBaseTable, NumbersOutOfRange) {
@@ -161,11 +161,11 @@ TEST_F(DBaseTable, FieldNumberComparesTenCharacters) {
 
 TEST_F(DBaseTable, VersionByteIsKept) {
     Fill({L"a"});
-    auto bytes = Bytes();
+    auto bytes = FileBytes();
     bytes[0] = 0x8B;
     test::WriteBytes(dir_ / "t.dbf", bytes);
     test::AppendRows(path_, {{L"z"}});
-    EXPECT_EQ(Bytes()[0], 0x8B);
+    EXPECT_EQ(FileBytes()[0], 0x8B);
 }
 
 TEST_F(DBaseTable, SetFileModeReopensWithoutLosingTheRecord) {

@@ -42,8 +42,7 @@ protected:
                       stored ? DBase::kStatusOk : DBase::kStatusMalformedText)
                 << c.text;
             EXPECT_EQ(stored, c.stored != nullptr) << c.text;
-            EXPECT_EQ(Raw(field), c.stored ? c.stored : before)
-                << c.text;  // a refusal changes nothing
+            EXPECT_EQ(Raw(field), c.stored ? c.stored : before) << c.text;  // refused: unchanged
         }
     }
 
@@ -78,11 +77,8 @@ TEST_F(DBaseValues, NumberSetters) {
 TEST_F(DBaseValues, DatesAreCheckedOnlyForShape) {
     ExpectStored(kDay, {{L"2024-02-31", "20240231"},  // no calendar check
                         {L"2024-01-x1", "202401x1"},  // the last digit is never checked
-                        {L"2024\\07\\04", "20240704"},
-                        {L"1999/12/3", nullptr},
-                        {L"2024-13-01", nullptr},
-                        {L"2024-01-32", nullptr},
-                        {L"20240101", nullptr}});
+                        {L"2024\\07\\04", "20240704"}, {L"1999/12/3", nullptr}, {L"2024-13-01", nullptr},
+                        {L"2024-01-32", nullptr}, {L"20240101", nullptr}});
     DBase::DateRec date = table_.GetFieldDate(kDay);
     EXPECT_EQ(std::wstring(date.year, 4) + std::wstring(date.month, 2) + std::wstring(date.day, 2),
               L"20240704");
@@ -92,15 +88,8 @@ TEST_F(DBaseValues, DatesAreCheckedOnlyForShape) {
 }
 
 TEST_F(DBaseValues, Logicals) {
-    ExpectStored(kFlag, {{L" ", "?"},
-                         {L"?", "?"},
-                         {L"f", "N"},
-                         {L"0", "N"},
-                         {L"True", "Y"},
-                         {L"y", "Y"},
-                         {L"1", "Y"},
-                         {L"x", nullptr},
-                         {L"", nullptr}});
+    ExpectStored(kFlag, {{L" ", "?"}, {L"?", "?"}, {L"f", "N"}, {L"0", "N"}, {L"True", "Y"},
+                         {L"y", "Y"}, {L"1", "Y"}, {L"x", nullptr}, {L"", nullptr}});
     EXPECT_TRUE(table_.SetFieldLogical(kFlag, true));
     EXPECT_TRUE(table_.GetFieldLogical(kFlag));
     EXPECT_EQ(table_.GetFieldInteger(kFlag), 1);
@@ -117,16 +106,11 @@ TEST_F(DBaseValues, GetValue) {
         const wchar_t* text;  // the value as text
     };
     const Case cases[] = {
-        {kName, L"ab", VT_BSTR, L"ab"},
-        {kShort, L"12", VT_I2, L"12"},
-        {kCount, L"123456", VT_I4, L"123456"},
-        {kCount, nullptr, VT_I4, L"0"},
-        {kPrice, L"2.5", VT_R4, L"2.5"},
-        {kBig, L"100000000000", VT_R8, L"100000000000"},
-        {kFloat, L"0.25", VT_R4, L"0.25"},
-        {kWideFloat, L"0.125", VT_R8, L"0.125"},
-        {kDay, L"2000-01-01", VT_DATE, L"2000-01-01"},
-        {kDay, nullptr, VT_NULL, nullptr},
+        {kName, L"ab", VT_BSTR, L"ab"}, {kShort, L"12", VT_I2, L"12"},
+        {kCount, L"123456", VT_I4, L"123456"}, {kCount, nullptr, VT_I4, L"0"},
+        {kPrice, L"2.5", VT_R4, L"2.5"}, {kBig, L"100000000000", VT_R8, L"100000000000"},
+        {kFloat, L"0.25", VT_R4, L"0.25"}, {kWideFloat, L"0.125", VT_R8, L"0.125"},
+        {kDay, L"2000-01-01", VT_DATE, L"2000-01-01"}, {kDay, nullptr, VT_NULL, nullptr},
         {kFlag, L"T", VT_I2, L"1"},
     };
     for (const Case& c : cases) {
@@ -153,10 +137,8 @@ TEST_F(DBaseValues, PutValueConvertsByFieldType) {
     const Case cases[] = {
         {kDay, Variant::Date(36526.5), "20000101"},  // the time of day is dropped
         {kFlag, Variant::I2(-1), "N"},               // VARIANT_TRUE is not 1
-        {kFlag, Variant::I2(1), "Y"},
-        {kPrice, Variant::R8(-0.5), "   -0.50"},
-        {kCount, Variant::I4(77), "       77"},
-        {kName, Variant::Bstr(L"xy"), "xy "},
+        {kFlag, Variant::I2(1), "Y"}, {kPrice, Variant::R8(-0.5), "   -0.50"},
+        {kCount, Variant::I4(77), "       77"}, {kName, Variant::Bstr(L"xy"), "xy "},
         {kPrice, Variant::Bstr(L"1"), "        "},  // a type the field does not take leaves it null
         {kName, Variant::I4(77), "   "},
     };
