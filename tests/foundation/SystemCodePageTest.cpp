@@ -1,10 +1,13 @@
+// The locale the environment sets, and the system's code page conversions.
+
 #include "foundation/SystemCodePage.h"
 
 #include <gtest/gtest.h>
 
-#include <ostream>
+#include <clocale>
 #include <string>
 
+#include "foundation/Locale.h"
 #include "foundation/Win32Error.h"
 #include "support/ScopedEnv.h"
 
@@ -34,31 +37,24 @@ std::string ToBytes(uint32_t codePage, const std::wstring& text, int* usedDefaul
     return out;
 }
 
-struct RoundTrip {
-    uint32_t codePage;
-    std::string bytes;
-    std::wstring text;
-};
-
-void PrintTo(const RoundTrip& t, std::ostream* out) { *out << "code page " << t.codePage; }
-
-class CodePageRoundTripTest : public ::testing::TestWithParam<RoundTrip> {};
-
-TEST_P(CodePageRoundTripTest, BytesToWideAndBack) {
-    const RoundTrip& t = GetParam();
-    EXPECT_EQ(ToWide(t.codePage, t.bytes), t.text);
-    EXPECT_EQ(ToBytes(t.codePage, t.text), t.bytes);
+TEST(SystemCodePageTest, BytesToWideAndBack) {
+    const struct {
+        uint32_t codePage;
+        std::string bytes;
+        std::wstring text;
+    } cases[] = {
+        {1252, "Caf\xE9 \x80 \x9F\xFF", L"Caf\u00E9 \u20AC \u0178\u00FF"},
+        {437, "\x81\x9B\xE1\xB0", L"\u00FC\u00A2\u00DF\u2591"},
+        {65001, "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", L"\u00E9\u20AC\U0001F600"},
+        {1251, "\xCF\xF0\xE8", L"\u041F\u0440\u0438"},
+        {28591, "\xE9", L"\u00E9"},
+        {1258, "\xC3\xD0", L"\u0102\u0110"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(ToWide(c.codePage, c.bytes), c.text) << c.codePage;
+        EXPECT_EQ(ToBytes(c.codePage, c.text), c.bytes) << c.codePage;
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    CodePages, CodePageRoundTripTest,
-    ::testing::Values(
-        RoundTrip{1252, "Caf\xE9 \x80 \x9F\xFF", L"Caf\u00E9 \u20AC \u0178\u00FF"},
-        RoundTrip{437, "\x81\x9B\xE1\xB0", L"\u00FC\u00A2\u00DF\u2591"},
-        RoundTrip{65001, "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", L"\u00E9\u20AC\U0001F600"},
-        RoundTrip{1251, "\xCF\xF0\xE8", L"\u041F\u0440\u0438"},
-        RoundTrip{28591, "\xE9", L"\u00E9"},
-        RoundTrip{1258, "\xC3\xD0", L"\u0102\u0110"}));
 
 TEST(SystemCodePageTest, EveryByteOfASingleByteCodePageRoundTrips) {
     for (uint32_t codePage : {1252u, 437u, 850u, 1251u, 874u}) {
@@ -195,6 +191,54 @@ TEST(SysConversionTest, SingleCharacterCalls) {
     EXPECT_EQ(sys::wctomb(bytes, L'\U0001F600'), 4);
     EXPECT_EQ(sys::wctomb(bytes, L'\0'), 1);
     EXPECT_EQ(bytes[0], '\0');
+}
+
+// Read at every call, so that tests can switch locales in between.
+TEST(LocaleTest, TheEnvironmentSetsTheLocaleElseEnglishWithWesternCodePages) {
+    ScopedEnv noLang("QUILLET_LANGID", nullptr);
+    ScopedEnv noCountry("QUILLET_COUNTRYID", nullptr);
+    ScopedEnv noAcp("QUILLET_ACP", nullptr);
+    ScopedEnv noOem("QUILLET_OEMCP", nullptr);
+    {
+        ScopedEnv lang("QUILLET_LANGID", "17");
+        ScopedEnv acp("QUILLET_ACP", "932");
+        EXPECT_EQ(QovaLocale::GetLangID(), 17);
+        EXPECT_EQ(GetACP(), 932u);
+    }
+    EXPECT_EQ(QovaLocale::GetCountryID(), 1);
+    EXPECT_EQ(GetACP(), 1252u);
+    EXPECT_EQ(GetOEMCP(), 437u);
+    ScopedEnv junk("QUILLET_LANGID", "ten");
+    EXPECT_EQ(QovaLocale::GetLangID(), 9);
+}
+
+TEST(LocaleTest, LocaleInfoAsDecimalText) {
+    ScopedEnv oem("QUILLET_OEMCP", "850");
+    ScopedEnv country("QUILLET_COUNTRYID", "49");
+    wchar_t buffer[8];
+    EXPECT_EQ(GetLocaleInfoW(LOCALE_SYSTEM_DEFAULT, LOCALE_IDEFAULTCODEPAGE, buffer, 8), 4);
+    EXPECT_STREQ(buffer, L"850");
+    EXPECT_EQ(GetLocaleInfoW(LOCALE_USER_DEFAULT, LOCALE_IDEFAULTANSICODEPAGE, buffer, 8), 5);
+    EXPECT_STREQ(buffer, L"1252");
+    EXPECT_EQ(GetLocaleInfoW(LOCALE_USER_DEFAULT, LOCALE_ICOUNTRY, buffer, 8), 3);
+    EXPECT_STREQ(buffer, L"49");
+    EXPECT_EQ(GetLocaleInfoW(LOCALE_USER_DEFAULT, LOCALE_IDEFAULTCODEPAGE, nullptr, 0), 4);
+    EXPECT_EQ(GetLocaleInfoW(LOCALE_USER_DEFAULT, LOCALE_IDEFAULTCODEPAGE, buffer, 3), 0);
+    EXPECT_EQ(GetLocaleInfoW(LOCALE_USER_DEFAULT, 0x9999, buffer, 8), 0);
+}
+
+TEST(LocaleTest, DecimalPointOfTheCLocale) {
+    EXPECT_EQ(LocaleDecimalPoint(), '.');
+    const char* before = std::setlocale(LC_NUMERIC, nullptr);
+    std::string saved = before ? before : "C";
+    for (const char* name : {"de_DE.UTF-8", "de_DE", "fr_FR.UTF-8"}) {
+        if (std::setlocale(LC_NUMERIC, name)) {
+            EXPECT_EQ(LocaleDecimalPoint(), ',');
+            std::setlocale(LC_NUMERIC, saved.c_str());
+            return;
+        }
+    }
+    GTEST_SKIP() << "no locale with a decimal comma is installed";
 }
 
 }  // namespace
