@@ -13,20 +13,10 @@
 namespace quillet {
 namespace {
 
+using test::Decode;
+using test::Encode;
 using test::ScopedLocale;
 using test::ScopedTableHome;
-
-std::wstring Decode(CodePage& page, const std::string& bytes) {
-    std::wstring dst(bytes.size() + 1, L'#');
-    page.Source2Native(bytes.c_str(), dst.data(), static_cast<uint32_t>(dst.size()));
-    return dst.c_str();
-}
-
-std::string Encode(CodePage& page, const std::wstring& text) {
-    std::string dst(4 * text.size() + 8, '#');
-    page.Native2Source(text.c_str(), dst.data(), static_cast<uint32_t>(dst.size()));
-    return dst.c_str();
-}
 
 // glibc's reading of one EUC-TW code, or 0.
 wchar_t IconvEucTw(iconv_t cd, const std::string& code) {
