@@ -4,12 +4,8 @@
 //       then one record per stdin line, values separated by tabs, set through
 //       DBase's typed setters; a line "DELETE n" marks record n deleted (the
 //       close compacts it away)
-//   helper dbf-fill TABLE FIELD
-//       sets FIELD of record i to stdin line i
-//   helper shp-write OUT.shp SPEC
-//       SPEC: int32 shape type, 8 doubles (xmin ymin xmax ymax zmin zmax mmin
-//       mmax), int32 count, then per record int32 length and the bytes
-//       (length 0: a null shape); little-endian
+//   helper shp-write OUT.shp TYPE XMIN YMIN XMAX YMAX ZMIN ZMAX MMIN MMAX
+//       then one record per stdin line, its bytes in hex (none: a null shape)
 //   helper shp-dump SHP
 //       "header TYPE COUNT XMIN YMIN XMAX YMAX ZMIN ZMAX MMIN MMAX VERSION",
 //       then "record N HEX" for each live record (N 1-based)
@@ -21,15 +17,12 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "dbase/DBase.h"
-#include "foundation/ByteOrder.h"
 #include "shape/ShpFile.h"
 
 using namespace quillet;
@@ -106,53 +99,23 @@ int CreateTable(const std::string& path, const std::string& kind, const std::str
     return table.Close() ? 0 : Fail("cannot close", &table);
 }
 
-int FillField(const std::string& path, const std::string& name) {
-    DBase table(String::FromUtf8(path));
-    if (!table.Open(false, false, CodePage::qovaCodePageDefault)) return Fail("cannot open " + path, &table);
-    int field = table.GetFieldNumber(String::FromUtf8(name));
-    if (field < 0) return Fail("no field " + name);
-    std::string line;
-    for (int record = 0; std::getline(std::cin, line) && record < table.GetNumRecords(); ++record) {
-        if (!table.MoveTo(record) || !SetValue(table, field, line)) return Fail("cannot set " + line, &table);
-    }
-    return table.Close() ? 0 : Fail("cannot close", &table);
-}
-
-class Reader {
-public:
-    explicit Reader(std::vector<unsigned char> bytes) : bytes_(std::move(bytes)) {}
-    bool Has(size_t n) const { return at_ + n <= bytes_.size(); }
-    int32_t Int() { return static_cast<int32_t>(DecodeFixed32LE(Take(4))); }
-    double Double() { return DecodeDoubleLE(Take(8)); }
-    const unsigned char* Take(size_t n) {
-        const unsigned char* p = &bytes_[at_];
-        at_ += n;
-        return p;
-    }
-
-private:
-    std::vector<unsigned char> bytes_;
-    size_t at_ = 0;
-};
-
-int WriteShapes(const char* out, const char* specPath) {
-    std::ifstream in(specPath, std::ios::binary);
-    Reader spec(std::vector<unsigned char>(std::istreambuf_iterator<char>(in), {}));
-    if (!spec.Has(4 + 64 + 4)) return Fail("spec too short");
-    auto type = static_cast<ShpFile::qovaShapeTypeEnum>(spec.Int());
-    ShpFile::DOUBLERECT box{spec.Double(), spec.Double(), spec.Double(), spec.Double()};
-    ShpFile::DOUBLEZLINE z{spec.Double(), spec.Double()};
-    ShpFile::DOUBLEMLINE m{spec.Double(), spec.Double()};
-    int32_t count = spec.Int();
-    ShpFile shp(String::FromUtf8(out).c_str());
-    if (!shp.Create(type, &box) || !shp.SetZExtent(z, false) || !shp.SetMExtent(m, false)) {
+int WriteShapes(char** argv) {
+    double v[8];
+    for (int i = 0; i < 8; ++i) v[i] = std::strtod(argv[i + 2], nullptr);
+    ShpFile shp(String::FromUtf8(argv[0]).c_str());
+    ShpFile::DOUBLERECT box{v[0], v[1], v[2], v[3]};
+    if (!shp.Create(static_cast<ShpFile::qovaShapeTypeEnum>(std::atoi(argv[1])), &box) ||
+        !shp.SetZExtent({v[4], v[5]}, false) || !shp.SetMExtent({v[6], v[7]}, false)) {
         return Fail("cannot create the file");
     }
-    for (int32_t i = 0; i < count; ++i) {
-        int32_t length = spec.Has(4) ? spec.Int() : -1;
-        if (length < 0 || !spec.Has(static_cast<size_t>(length))) return Fail("spec truncated");
-        const unsigned char* bytes = length > 0 ? spec.Take(static_cast<size_t>(length)) : nullptr;
-        if (!shp.InsertRecord(bytes, length)) return Fail("cannot write a record");
+    std::string line;
+    while (std::getline(std::cin, line)) {
+        std::vector<unsigned char> bytes;
+        for (size_t i = 0; i + 1 < line.size(); i += 2) {
+            bytes.push_back(static_cast<unsigned char>(std::stoi(line.substr(i, 2), nullptr, 16)));
+        }
+        auto length = static_cast<int32_t>(bytes.size());
+        if (!shp.InsertRecord(length ? bytes.data() : nullptr, length)) return Fail("cannot write");
     }
     if (!shp.WriteHeader() || !shp.Flush()) return Fail("cannot write the header");
     return shp.Close() ? 0 : Fail("cannot close");
@@ -181,9 +144,8 @@ int DumpShapes(const char* path) {
 int main(int argc, char** argv) {
     std::string command = argc > 1 ? argv[1] : "";
     if (argc == 5 && command == "dbf-create") return CreateTable(argv[2], argv[3], argv[4]);
-    if (argc == 4 && command == "dbf-fill") return FillField(argv[2], argv[3]);
-    if (argc == 4 && command == "shp-write") return WriteShapes(argv[2], argv[3]);
+    if (argc == 12 && command == "shp-write") return WriteShapes(argv + 2);
     if (argc == 3 && command == "shp-dump") return DumpShapes(argv[2]);
-    return Fail("usage: helper dbf-create TABLE KIND SCHEMA | dbf-fill TABLE FIELD | "
-                "shp-write OUT.shp SPEC | shp-dump SHP");
+    return Fail("usage: helper dbf-create TABLE KIND SCHEMA | shp-write OUT.shp TYPE EXTENTS... | "
+                "shp-dump SHP");
 }

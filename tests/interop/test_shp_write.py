@@ -5,7 +5,6 @@ for byte, except the header fields the module fills by a choice of its own
 (see `masked`)."""
 
 import os
-import struct
 import tempfile
 
 import interop as I
@@ -49,12 +48,8 @@ def extents(shape_type, shapes):
 
 def write_with_quillet(path, shape_type, shapes):
     box, z, m = extents(shape_type, shapes)
-    spec = struct.pack("<i8di", shape_type, *box, *z, *m, len(shapes))
-    for shape in shapes:
-        content = R.encode(shape_type, shape) if shape else b""
-        spec += struct.pack("<i", len(content)) + content
-    I.write(path + ".spec", spec)
-    I.output(helper, "shp-write", path, path + ".spec")
+    records = "".join((R.encode(shape_type, shape).hex() if shape else "") + "\n" for shape in shapes)
+    I.output(helper, "shp-write", path, str(shape_type), *("%.17g" % v for v in box + z + m), stdin=records)
 
 
 def write_with_module(path, shape_type, shapes):
