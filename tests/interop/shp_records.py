@@ -44,22 +44,16 @@ def encode(shape_type, parts):
     out = struct.pack("<i", shape_type)
     if shape_type in POINT_TYPES:
         x, y, z, m = points[0]
-        out += struct.pack("<2d", x, y)
-        if has_z(shape_type):
-            out += struct.pack("<d", z)
-        if has_m(shape_type):
-            out += struct.pack("<d", m)
-        return out
-    xs = [p[0] for p in points]
-    ys = [p[1] for p in points]
+        values = [x, y] + [z] * has_z(shape_type) + [m] * has_m(shape_type)
+        return out + struct.pack("<%dd" % len(values), *values)
+    xs, ys = [p[0] for p in points], [p[1] for p in points]
     out += struct.pack("<4d", min(xs), min(ys), max(xs), max(ys))
     if shape_type in MULTIPOINT_TYPES:
         out += struct.pack("<i", len(points))
     else:
         firsts = [sum(len(part) for part in parts[:i]) for i in range(len(parts))]
         out += struct.pack("<2i%di" % len(parts), len(parts), len(points), *firsts)
-    for x, y, _, _ in points:
-        out += struct.pack("<2d", x, y)
+    out += struct.pack("<%dd" % (2 * len(points)), *(v for p in points for v in p[:2]))
     for axis, wanted in ((2, has_z(shape_type)), (3, has_m(shape_type))):
         if wanted:
             values = [p[axis] for p in points]
