@@ -143,68 +143,54 @@ TEST(String, FormatGivesUpAtOnceOnTextTheCLibraryCannotConvert) {
 }
 
 TEST(FileSystemPath, SplitsIntoFolderBaseNameAndExtension) {
-    FileSystemPath p(L"/data/roads.shp");
-    EXPECT_EQ(W(p.GetDirectory()), L"/data");
-    EXPECT_EQ(W(p.GetFileName()), L"roads.shp");
-    EXPECT_EQ(W(p.GetBaseName()), L"roads");
-    EXPECT_EQ(W(p.GetExtension()), L"shp");
-    EXPECT_EQ(W(p.GetPath()), L"/data/roads.shp");
-
-    FileSystemPath twoDots(L"dir.v2/table.name.dbf");
-    EXPECT_EQ(W(twoDots.GetBaseName()), L"table.name");
-    EXPECT_EQ(W(twoDots.GetExtension()), L"dbf");
-    EXPECT_EQ(W(twoDots.GetDirectory()), L"dir.v2");
-
-    FileSystemPath dotInFolderOnly(L"dir.v2/table");
-    EXPECT_EQ(W(dotInFolderOnly.GetBaseName()), L"table");
-    EXPECT_EQ(W(dotInFolderOnly.GetExtension()), L"");
-
-    FileSystemPath hidden(L"/home/.config");
-    EXPECT_EQ(W(hidden.GetBaseName()), L".config");
-    EXPECT_EQ(W(hidden.GetExtension()), L"");
-
-    FileSystemPath bare(L"freelist");
-    EXPECT_EQ(W(bare.GetDirectory()), L"");
-    EXPECT_EQ(W(bare.GetBaseName()), L"freelist");
-
-    EXPECT_EQ(W(FileSystemPath(L"/top.dbf").GetDirectory()), L"/");
-    EXPECT_EQ(W(FileSystemPath(L"a.").GetExtension()), L"");
-    EXPECT_EQ(W(FileSystemPath(L"a.").GetBaseName()), L"a");
+    const struct {
+        const wchar_t *path, *directory, *baseName, *extension;
+    } cases[] = {
+        {L"/data/roads.shp", L"/data", L"roads", L"shp"},
+        {L"dir.v2/table.name.dbf", L"dir.v2", L"table.name", L"dbf"},
+        {L"dir.v2/table", L"dir.v2", L"table", L""},  // a dot in the folder only
+        {L"/home/.config", L"/home", L".config", L""},  // hidden
+        {L"freelist", L"", L"freelist", L""}, {L"/top.dbf", L"/", L"top", L"dbf"},
+        {L"a.", L"", L"a", L""},
+    };
+    for (const auto& c : cases) {
+        FileSystemPath p(c.path);
+        EXPECT_EQ(W(p.GetDirectory()), c.directory) << c.path;
+        EXPECT_EQ(W(p.GetBaseName()), c.baseName) << c.path;
+        EXPECT_EQ(W(p.GetExtension()), c.extension) << c.path;
+        EXPECT_EQ(W(p.GetPath()), c.path);
+    }
+    EXPECT_EQ(W(FileSystemPath(L"/data/roads.shp").GetFileName()), L"roads.shp");
 }
 
 TEST(FileSystemPath, EditsKeepTheOtherParts) {
     EXPECT_EQ(W(FileSystemPath(L"/data").GetPath(true)), L"/data/");
     EXPECT_EQ(W(FileSystemPath(L"/data/").GetPath(true)), L"/data/");
     EXPECT_EQ(W(FileSystemPath(L"").GetPath(true)), L"/");
-
-    FileSystemPath p(L"/data/roads.shp");
-    p.SetExtension(L"sbn");
-    EXPECT_EQ(W(p.GetPath()), L"/data/roads.sbn");
-    p.SetExtension(L".prj");
-    EXPECT_EQ(W(p.GetPath()), L"/data/roads.prj");
-    p.SetExtension(L"");
-    EXPECT_EQ(W(p.GetPath()), L"/data/roads");
-    p.SetExtension(L"cpg");
-    EXPECT_EQ(W(p.GetPath()), L"/data/roads.cpg");
-    FileSystemPath hidden(L"dir/.rc");
-    hidden.SetExtension(L"bak");
-    EXPECT_EQ(W(hidden.GetPath()), L"dir/.rc.bak");
-
-    p.SetBaseName(L"roads.NAME");
-    EXPECT_EQ(W(p.GetPath()), L"/data/roads.NAME.cpg");
-    FileSystemPath bare(L"table");
-    bare.SetBaseName(L"other");
-    EXPECT_EQ(W(bare.GetPath()), L"other");
-
-    FileSystemPath folder(L"/data");
-    folder.AppendFile(L"roads.dbf");
-    EXPECT_EQ(W(folder.GetPath()), L"/data/roads.dbf");
-    FileSystemPath slash(L"/data/");
-    slash.AppendFile(L"/x");
-    EXPECT_EQ(W(slash.GetPath()), L"/data/x");
-    FileSystemPath empty;
-    empty.AppendFile(L"name");
-    EXPECT_EQ(W(empty.GetPath()), L"name");
+    using Edit = void (FileSystemPath::*)(const String&);
+    const Edit extension = &FileSystemPath::SetExtension, base = &FileSystemPath::SetBaseName,
+               append = &FileSystemPath::AppendFile;
+    const struct {
+        const wchar_t* path;
+        Edit edit;
+        const wchar_t *text, *result;
+    } cases[] = {
+        {L"/data/roads.shp", extension, L"sbn", L"/data/roads.sbn"},
+        {L"/data/roads.shp", extension, L".prj", L"/data/roads.prj"},
+        {L"/data/roads.shp", extension, L"", L"/data/roads"},
+        {L"/data/roads", extension, L"cpg", L"/data/roads.cpg"},
+        {L"dir/.rc", extension, L"bak", L"dir/.rc.bak"},
+        {L"/data/roads.cpg", base, L"roads.NAME", L"/data/roads.NAME.cpg"},
+        {L"table", base, L"other", L"other"},
+        {L"/data", append, L"roads.dbf", L"/data/roads.dbf"},
+        {L"/data/", append, L"/x", L"/data/x"},
+        {L"", append, L"name", L"name"},
+    };
+    for (const auto& c : cases) {
+        FileSystemPath p(c.path);
+        (p.*c.edit)(c.text);
+        EXPECT_EQ(W(p.GetPath()), c.result) << c.path << " with " << c.text;
+    }
 }
 
 TEST(FileSystemPath, ExistsForFilesAndFolders) {
