@@ -152,18 +152,16 @@ TEST_F(DBaseTable, FileErrorsArePassedThrough) {
 }
 
 TEST_F(DBaseTable, FieldNumberComparesTenCharacters) {
-    test::WriteBytes(dir_ / "n.dbf", test::RawTable(97, 9, 0,
-                                                    {test::RawField("ABCDEFGHIJ", 'C', 4),
-                                                     test::RawField("ABCDEFGHIJK", 'C', 4)},
-                                                    {}));
+    const auto fields = {test::RawField("ABCDEFGHIJ", 'C', 4), test::RawField("ABCDEFGHIJK", 'C', 4)};
+    test::WriteBytes(dir_ / "n.dbf", test::RawTable(97, 9, 0, fields, {}));
     DBase table(dir_.Wide("n.dbf"));
     ASSERT_TRUE(OpenTable(table, true));
     EXPECT_EQ(table.GetFieldNumber(L"abcdefghijXYZ"), 0);
     EXPECT_EQ(table.GetFieldNumber(L"abcdefghi"), -1);
     EXPECT_EQ(table.GetFieldNumber(L""), -1);
-    EXPECT_EQ(table.GetFieldName(1),
-              String(L"ABCDEFGHIJK"));                   // a name may fill its 11-byte slot...
-    EXPECT_EQ(table.GetFieldNumber(L"ABCDEFGHIJK"), 0);  // ...but is never found by it
+    // A name may fill its 11-byte slot, but is never found by it.
+    EXPECT_EQ(table.GetFieldName(1), String(L"ABCDEFGHIJK"));
+    EXPECT_EQ(table.GetFieldNumber(L"ABCDEFGHIJK"), 0);
 }
 
 TEST_F(DBaseTable, VersionByteIsKept) {
