@@ -39,7 +39,8 @@ std::wstring Read(DBase& table, int f, Kind kind) {
         case kDecimal: return String::Formatted(L"%.3f", table.GetFieldDouble(f)).str();
         case kDate:
             date = table.GetFieldDate(f);
-            return std::wstring(date.year, 4) + std::wstring(date.month, 2) + std::wstring(date.day, 2);
+            return std::wstring(date.year, 4) + std::wstring(date.month, 2) +
+                   std::wstring(date.day, 2);
         default: return table.GetFieldLogical(f) ? L"1" : L"0";
     }
 }

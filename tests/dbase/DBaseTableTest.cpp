@@ -152,8 +152,10 @@ TEST_F(DBaseTable, FileErrorsArePassedThrough) {
 }
 
 TEST_F(DBaseTable, FieldNumberComparesTenCharacters) {
-    const auto fields = {test::RawField("ABCDEFGHIJ", 'C', 4), test::RawField("ABCDEFGHIJK", 'C', 4)};
-    test::WriteBytes(dir_ / "n.dbf", test::RawTable(97, 9, 0, fields, {}));
+    test::WriteBytes(dir_ / "n.dbf", test::RawTable(97, 9, 0,
+                                                    {test::RawField("ABCDEFGHIJ", 'C', 4),
+                                                     test::RawField("ABCDEFGHIJK", 'C', 4)},
+                                                    {}));
     DBase table(dir_.Wide("n.dbf"));
     ASSERT_TRUE(OpenTable(table, true));
     EXPECT_EQ(table.GetFieldNumber(L"abcdefghijXYZ"), 0);

@@ -84,8 +84,9 @@ TEST_F(DBaseValues, NumberSetters) {
 TEST_F(DBaseValues, DatesAreCheckedOnlyForShape) {
     ExpectStored(kDay, {{L"2024-02-31", "20240231"},  // no calendar check
                         {L"2024-01-x1", "202401x1"},  // the last digit is never checked
-                        {L"2024\\07\\04", "20240704"}, {L"1999/12/3", nullptr}, {L"2024-13-01", nullptr},
-                        {L"2024-01-32", nullptr}, {L"20240101", nullptr}});
+                        {L"2024\\07\\04", "20240704"}, {L"1999/12/3", nullptr},
+                        {L"2024-13-01", nullptr}, {L"2024-01-32", nullptr},
+                        {L"20240101", nullptr}});
     DBase::DateRec date = table_.GetFieldDate(kDay);
     EXPECT_EQ(std::wstring(date.year, 4) + std::wstring(date.month, 2) + std::wstring(date.day, 2),
               L"20240704");
@@ -164,7 +165,8 @@ TEST(NumericText, LayoutOfCallerText) {
     };
     const Case cases[] = {
         {"-12.345", 'N', 8, 2, "  -12.34"},  // the fraction is cut, not rounded
-        {"7", 'N', 8, 2, "    7.00"}, {"12.", 'N', 8, 2, "   12.00"}, {"12.999", 'N', 6, 0, "    12"},
+        {"7", 'N', 8, 2, "    7.00"}, {"12.", 'N', 8, 2, "   12.00"},
+        {"12.999", 'N', 6, 0, "    12"},
         {"12345", 'N', 5, 0, "12345"},  // a sign position only when there is room
         {"1234", 'N', 5, 0, " 1234"}, {"123456789", 'N', 5, 0, "56789"},
         {"-0", 'N', 4, 0, "  -0"},              // every leading "-" counts
