@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "codepage/CodePage.h"
 #include "support/ScopedEnv.h"
 #include "support/TestSupport.h"
 
@@ -48,5 +49,9 @@ private:
 
 // The repository's folder of shipped table files.
 std::filesystem::path ShippedTables();
+
+// Text through a page with room to spare, up to the first zero written.
+std::wstring Decode(CodePage& page, const std::string& bytes);
+std::string Encode(CodePage& page, const std::wstring& text);
 
 }  // namespace quillet::test

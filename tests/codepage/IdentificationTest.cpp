@@ -148,43 +148,33 @@ TEST(CodePageSystem, DefaultComesFromTheSettings) {
     auto locale = test::English();
     test::TempDir dir;
     ScopedEnv config("QUILLET_CONFIG", (dir / "settings").c_str());
+    auto settings = [&](const std::string& value) {
+        const std::string text = "SOFTWARE\\QOVA\\Common\\CodePage\\dbfDefault = " + value + "\n";
+        test::WriteBytes(dir / "settings", {text.begin(), text.end()});
+    };
     EXPECT_EQ(CodePage::GetDefaultCP(), 1252u);  // no settings file
-    test::WriteBytes(dir / "settings", {});
-    const std::string good = "SOFTWARE\\QOVA\\Common\\CodePage\\dbfDefault = UTF-8\n";
-    test::WriteBytes(dir / "settings", {good.begin(), good.end()});
+    settings("UTF-8");
     EXPECT_EQ(CodePage::GetDefaultCP(), 65001u);
     EXPECT_EQ(CodePage((unsigned char)0).GetCodePageId(), 65001u);
-    const std::string bad = "SOFTWARE\\QOVA\\Common\\CodePage\\dbfDefault = nonsense\n";
-    test::WriteBytes(dir / "settings", {bad.begin(), bad.end()});
+    settings("nonsense");
     EXPECT_EQ(CodePage::GetDefaultCP(), 1252u);
 }
 
 TEST(CodePageLdid, DependsOnTheLanguage) {
-    {
-        auto locale = test::English();
-        EXPECT_EQ(CodePage(1252u).GetDBaseLDId(), 0x57);
-        EXPECT_EQ(CodePage(850u).GetDBaseLDId(), 55);
-        EXPECT_EQ(CodePage(437u).GetDBaseLDId(), 27);
-        EXPECT_EQ(CodePage(1250u).GetDBaseLDId(), 0x57);
-        EXPECT_EQ(CodePage(88591u).GetDBaseLDId(), 0);
-        EXPECT_EQ(CodePage(65001u).GetDBaseLDId(), 0);
-        EXPECT_EQ(CodePage(860u).GetDBaseLDId(), 0);
-    }
-    {
-        ScopedLocale spanish(10, 34, 1252, 850);
-        EXPECT_EQ(CodePage(1252u).GetDBaseLDId(), 89);
-    }
-    {
-        ScopedLocale french(12, 33, 1252, 850);
-        EXPECT_EQ(CodePage(850u).GetDBaseLDId(), 29);  // the later of two rows wins
-    }
-    {
-        ScopedLocale japanese(17, 81, 932, 932);
-        EXPECT_EQ(CodePage(950u).GetDBaseLDId(), 19);
-    }
-    {
-        ScopedLocale chinese(4, 4, 936, 936);
-        EXPECT_EQ(CodePage(936u).GetDBaseLDId(), 77);
+    const struct {
+        int language, country, ansi, oem;
+        uint32_t page;
+        int ldid;
+    } cases[] = {
+        {9, 1, 1252, 437, 1252, 0x57}, {9, 1, 1252, 437, 850, 55}, {9, 1, 1252, 437, 437, 27},
+        {9, 1, 1252, 437, 1250, 0x57}, {9, 1, 1252, 437, 88591, 0}, {9, 1, 1252, 437, 65001, 0},
+        {9, 1, 1252, 437, 860, 0},     {10, 34, 1252, 850, 1252, 89},
+        {12, 33, 1252, 850, 850, 29},  // the later of two rows wins
+        {17, 81, 932, 932, 950, 19},   {4, 4, 936, 936, 936, 77},
+    };
+    for (const auto& c : cases) {
+        ScopedLocale locale(c.language, c.country, c.ansi, c.oem);
+        EXPECT_EQ(CodePage(c.page).GetDBaseLDId(), c.ldid) << c.language << " " << c.page;
     }
 }
 

@@ -6,7 +6,6 @@
 
 #include "TableBuilder.h"
 #include "dbase/DBase.h"
-#include "support/TestSupport.h"
 
 namespace quillet {
 namespace {
@@ -72,8 +71,7 @@ TEST_F(DBaseBadInput, CountsBeyondTheFileReadOnlyWhatIsThere) {
     ASSERT_TRUE(OpenBytes(RawTable(65, 6, INT32_MAX, {RawField("A", 'C', 5)}, {" hello"})));
     EXPECT_EQ(table_.GetNumRecords(), INT32_MAX);
     ASSERT_TRUE(table_.MoveTo(1));
-    EXPECT_EQ(table_.GetFieldString(0),
-              String(L" "));  // the end-of-file byte reads as a blank record
+    EXPECT_EQ(table_.GetFieldString(0), String(L" "));  // the end-of-file byte: a blank record
     EXPECT_FALSE(table_.IsRecordDeleted(1));
     ASSERT_TRUE(table_.MoveTo(INT32_MAX - 1));
     EXPECT_EQ(table_.GetFieldString(0), String());
@@ -87,18 +85,13 @@ TEST_F(DBaseBadInput, CountsBeyondTheFileReadOnlyWhatIsThere) {
 }
 
 TEST_F(DBaseBadInput, EndOfFileAndZeroBytesInsideRecords) {
-    auto bytes = RawTable(65, 6, 3, {RawField("A", 'C', 5)},
-                          {"\x1A"
-                           "first",
-                           " se\x1A"
-                           "cd",
-                           std::string("*a\0cd", 6)});
-    ASSERT_TRUE(OpenBytes(bytes));
-    EXPECT_FALSE(table_.IsRecordDeleted(0));  // 0x1A as a flag reads as a space
+    // \032 is the end-of-file byte.
+    ASSERT_TRUE(OpenBytes(RawTable(65, 6, 3, {RawField("A", 'C', 5)},
+                                   {"\032first", " se\032cd", std::string("*a\0cd", 6)})));
+    EXPECT_FALSE(table_.IsRecordDeleted(0));  // as a flag it reads as a space
     EXPECT_EQ(table_.GetFieldString(0), String(L"first"));
     ASSERT_TRUE(table_.MoveTo(1));
-    EXPECT_EQ(table_.GetFieldString(0), String(L"se\x1A"
-                                               L"cd"));
+    EXPECT_EQ(table_.GetFieldString(0), String(L"se\032cd"));
     EXPECT_TRUE(table_.IsRecordDeleted(2));
     ASSERT_TRUE(table_.MoveTo(2));
     EXPECT_EQ(table_.GetFieldString(0), String(L"a"));  // a zero byte ends the text

@@ -32,20 +32,16 @@ const KindInfo kKindInfo[kKinds] = {
     {DBase::qovaLogical, 1, 0, L"0", L"0"}};
 
 std::wstring Read(DBase& table, int f, Kind kind) {
+    DBase::DateRec date;
     switch (kind) {
-        case kText:
-            return table.GetFieldString(f).str();
-        case kInteger:
-            return std::to_wstring(table.GetFieldInteger(f));
-        case kDecimal:
-            return String::Formatted(L"%.3f", table.GetFieldDouble(f)).str();
-        case kDate: {
-            DBase::DateRec date = table.GetFieldDate(f);
+        case kText: return table.GetFieldString(f).str();
+        case kInteger: return std::to_wstring(table.GetFieldInteger(f));
+        case kDecimal: return String::Formatted(L"%.3f", table.GetFieldDouble(f)).str();
+        case kDate:
+            date = table.GetFieldDate(f);
             return std::wstring(date.year, 4) + std::wstring(date.month, 2) +
                    std::wstring(date.day, 2);
-        }
-        default:
-            return table.GetFieldLogical(f) ? L"1" : L"0";
+        default: return table.GetFieldLogical(f) ? L"1" : L"0";
     }
 }
 
@@ -181,9 +177,7 @@ void Apply(DBase& table, Model& model, const Op& op) {
             }
             break;
         }
-        case 3:
-            RC_ASSERT(table.Flush());
-            break;
+        case 3: RC_ASSERT(table.Flush()); break;
         case 4: {  // add a column (the table is closed, compacted and reopened)
             Kind kind = static_cast<Kind>(op.b % kKinds);
             const KindInfo& info = kKindInfo[kind];

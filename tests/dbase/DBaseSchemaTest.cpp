@@ -69,11 +69,12 @@ TEST(DBaseFieldNames, ClashingAndReservedNamesAreRenamedUntilUnique) {
         EXPECT_FALSE(DBase::CheckDuplicateFieldName(i, many)) << i;
 }
 
+const std::vector<test::FieldSpec> kFields = {{L"NAME", DBase::qovaCharacter, 5, 0},
+                                              {L"AREA", DBase::qovaNumeric, 6, 1}};
+
 class DBaseSchema : public test::TableTest {
 protected:
-    void SetUp() override {
-        MakeTable({{L"NAME", DBase::qovaCharacter, 5, 0}, {L"AREA", DBase::qovaNumeric, 6, 1}});
-    }
+    void SetUp() override { MakeTable(kFields); }
 
     void Fill(int count) {
         std::vector<std::vector<std::wstring>> rows;
@@ -84,11 +85,11 @@ protected:
 };
 
 TEST_F(DBaseSchema, AddingToAnEmptyTableGrowsItBy32Bytes) {
-    auto before = Bytes();
+    auto before = FileBytes();
     DBase table(path_);
     ASSERT_TRUE(table.AddColumn(L"ABCDEFGHIJKLM", DBase::qovaFloat, 10, 3));
     EXPECT_FALSE(table.IsOpen());
-    auto after = Bytes();
+    auto after = FileBytes();
     ASSERT_EQ(after.size(), before.size() + 32);
     EXPECT_EQ(after[after.size() - 2], 0x0D);
     EXPECT_EQ(after.back(), 0x1A);
@@ -103,7 +104,7 @@ TEST_F(DBaseSchema, AddingToAnEmptyTableGrowsItBy32Bytes) {
 
 TEST_F(DBaseSchema, RefusedChangesLeaveTheFileAlone) {
     Fill(1);
-    auto before = Bytes();
+    auto before = FileBytes();
     DBase table(path_);
     EXPECT_FALSE(table.AddColumn(L"Area", DBase::qovaNumeric, 5, 0));
     EXPECT_EQ(table.GetLastStatus(), DBase::kStatusDuplicateName);
@@ -118,7 +119,7 @@ TEST_F(DBaseSchema, RefusedChangesLeaveTheFileAlone) {
     EXPECT_EQ(table.GetLastStatus(), DBase::kStatusBadWidth);
     EXPECT_FALSE(table.DropColumn(L"NOPE"));
     EXPECT_EQ(table.GetLastStatus(), DBase::kStatusBadField);
-    EXPECT_EQ(Bytes(), before);
+    EXPECT_EQ(FileBytes(), before);
     EXPECT_FALSE(table.IsOpen());
 }
 
@@ -132,10 +133,9 @@ TEST_F(DBaseSchema, CompactFileLostRecordsPastTheHeaderCount) {
         {"drop", [](DBase& t) { return t.DropColumn(L"AREA"); }},
     };
     for (const auto& [what, rewrite] : rewrites) {
-        test::CreateTable(path_, {{L"NAME", DBase::qovaCharacter, 5, 0},
-                                  {L"AREA", DBase::qovaNumeric, 6, 1}});
+        MakeTable(kFields);
         Fill(5);
-        auto bytes = Bytes();
+        auto bytes = FileBytes();
         bytes[4] = 2;                // counts two of five records
         bytes[bytes[8] + 12] = '*';  // record 1 deleted
         test::WriteBytes(dir_ / "t.dbf", bytes);
@@ -146,16 +146,16 @@ TEST_F(DBaseSchema, CompactFileLostRecordsPastTheHeaderCount) {
         ASSERT_EQ(table.GetNumRecords(), 4) << what;
         for (int i = 0; i < 4; ++i) {
             ASSERT_TRUE(table.MoveTo(i));
-            EXPECT_EQ(table.GetFieldString(0), String(i == 0 ? L"r0" : (L"r" + std::to_wstring(i + 1)).c_str()))
-                << what << i;
+            std::wstring expected = L"r" + std::to_wstring(i == 0 ? 0 : i + 1);  // r1 is deleted
+            EXPECT_EQ(table.GetFieldString(0).str(), expected) << what << i;
         }
-        EXPECT_EQ(Bytes().back(), 0x1A) << what;
+        EXPECT_EQ(FileBytes().back(), 0x1A) << what;
     }
 }
 
 TEST_F(DBaseSchema, CompactingWithoutDeletionsKeepsEveryByteButTheDate) {
     Fill(4);
-    auto before = Bytes();
+    auto before = FileBytes();
     before[1] = before[2] = before[3] = 1;  // an old date
     test::WriteBytes(dir_ / "t.dbf", before);
     DBase table(path_);
@@ -163,7 +163,7 @@ TEST_F(DBaseSchema, CompactingWithoutDeletionsKeepsEveryByteButTheDate) {
     ASSERT_TRUE(table.CompactFile());
     EXPECT_EQ(table.GetNumRecords(), 4);
     ASSERT_TRUE(table.Close());
-    auto after = Bytes();
+    auto after = FileBytes();
     ASSERT_EQ(after.size(), before.size());
     EXPECT_NE(after[2], 1);
     after[1] = after[2] = after[3] = 1;

@@ -1,6 +1,11 @@
-// Opening tables, the record cursor, appending, deleting and committing.
+// Opening tables, the record cursor, appending, deleting and committing; and
+// the header and descriptor records and the bytes of a new table, against
+// bytes worked out by hand.
 
 #include <gtest/gtest.h>
+
+#include <cstring>
+#include <ctime>
 
 #include "TableBuilder.h"
 #include "dbase/DBase.h"
@@ -9,6 +14,8 @@ namespace quillet {
 namespace {
 
 using test::OpenTable;
+using test::ReadBytes;
+using test::TempDir;
 
 class DBaseTable : public test::TableTest {
 protected:
@@ -50,7 +57,7 @@ TEST_F(DBaseTable, EmptyTableOpensWithStatus11AndRefusesSetters) {
 
 TEST_F(DBaseTable, AppendedRecordsReachTheFileWithEndOfFileByte) {
     Fill({L"alpha", L"beta"});
-    auto bytes = Bytes();
+    auto bytes = FileBytes();
     // 32 + 3 * 32 + 1 header bytes, two records of 1 + 10 + 6 + 8 bytes, 0x1A.
     ASSERT_EQ(bytes.size(), 129u + 2 * 25 + 1);
     EXPECT_EQ(bytes[4], 2);
@@ -61,7 +68,7 @@ TEST_F(DBaseTable, AppendedRecordsReachTheFileWithEndOfFileByte) {
 
 TEST_F(DBaseTable, DeletingAnUnwrittenAppendLeavesNoTrace) {
     Fill({L"alpha"});
-    auto before = Bytes();
+    auto before = FileBytes();
     DBase table(path_);
     ASSERT_TRUE(OpenTable(table));
     ASSERT_TRUE(table.AddRecord());
@@ -70,7 +77,7 @@ TEST_F(DBaseTable, DeletingAnUnwrittenAppendLeavesNoTrace) {
     EXPECT_EQ(table.GetNumRecords(), 1);
     EXPECT_EQ(table.GetCurrentRecord(), -1);
     ASSERT_TRUE(table.Close());
-    EXPECT_EQ(Bytes(), before);  // written today: even the date is the same
+    EXPECT_EQ(FileBytes(), before);  // written today: even the date is the same
 }
 
 TEST_F(DBaseTable, NumbersOutOfRange) {
@@ -154,18 +161,18 @@ TEST_F(DBaseTable, FieldNumberComparesTenCharacters) {
     EXPECT_EQ(table.GetFieldNumber(L"abcdefghijXYZ"), 0);
     EXPECT_EQ(table.GetFieldNumber(L"abcdefghi"), -1);
     EXPECT_EQ(table.GetFieldNumber(L""), -1);
-    EXPECT_EQ(table.GetFieldName(1),
-              String(L"ABCDEFGHIJK"));                   // a name may fill its 11-byte slot...
-    EXPECT_EQ(table.GetFieldNumber(L"ABCDEFGHIJK"), 0);  // ...but is never found by it
+    // A name may fill its 11-byte slot, but is never found by it.
+    EXPECT_EQ(table.GetFieldName(1), String(L"ABCDEFGHIJK"));
+    EXPECT_EQ(table.GetFieldNumber(L"ABCDEFGHIJK"), 0);
 }
 
 TEST_F(DBaseTable, VersionByteIsKept) {
     Fill({L"a"});
-    auto bytes = Bytes();
+    auto bytes = FileBytes();
     bytes[0] = 0x8B;
     test::WriteBytes(dir_ / "t.dbf", bytes);
     test::AppendRows(path_, {{L"z"}});
-    EXPECT_EQ(Bytes()[0], 0x8B);
+    EXPECT_EQ(FileBytes()[0], 0x8B);
 }
 
 TEST_F(DBaseTable, SetFileModeReopensWithoutLosingTheRecord) {
@@ -194,6 +201,69 @@ TEST_F(DBaseTable, IndexExistsComparesModificationTimes) {
         std::filesystem::last_write_time(dir_ / "t.dbf") - std::chrono::hours(1));
     EXPECT_TRUE(table.IndexExists(1, index, upToDate));
     EXPECT_FALSE(upToDate);
+}
+
+TEST(DBaseFormat, HeaderRecordRoundTripsThroughItsFileForm) {
+    // The record length reads back as the signed value it is on disk.
+    const DBase::HeaderRecord header{0x83, 126, 11, 22, 0x01020304, 0x0141, -2, 0x57};
+    unsigned char disk[32];
+    std::memset(disk, 0xEE, sizeof disk);
+    DBase::SwapHeaderNL(header, disk);
+    const unsigned char expected[32] = {0x83, 126, 11, 22, 4, 3, 2, 1,    0x41, 0x01, 0xFE,
+                                        0xFF, 0,   0,  0,  0, 0, 0, 0,    0,    0,    0,
+                                        0,    0,   0,  0,  0, 0, 0, 0x57, 0,    0};
+    EXPECT_EQ(0, std::memcmp(disk, expected, 32));
+    DBase::HeaderRecord back = DBase::SwapHeaderLN(disk);
+    unsigned char again[32];
+    DBase::SwapHeaderNL(back, again);
+    EXPECT_EQ(0, std::memcmp(again, expected, 32));
+    EXPECT_EQ(back.recordLength, -2);
+}
+
+TEST(DBaseFormat, ElevenByteNameFillsTheFieldRecordSlot) {
+    unsigned char disk[32];
+    test::RawField("ABCDEFGHIJK", 'N', 12, 3).EncodeTo(disk);
+    unsigned char expected[32] = {'A', 'B', 'C', 'D', 'E', 'F', 'G', 'H', 'I',
+                                  'J', 'K', 'N', 0,   0,   0,   0,   12,  3};
+    EXPECT_EQ(0, std::memcmp(disk, expected, 32));
+    DBase::FieldRecord back;
+    back.DecodeFrom(disk);
+    unsigned char again[32];
+    back.EncodeTo(again);
+    EXPECT_EQ(0, std::memcmp(again, expected, 32));
+}
+
+// Header, terminator and end-of-file byte: 32 + 1 + 1 bytes.
+TEST(DBaseFormat, EmptyTableIsHeaderTerminatorAndEndOfFile) {
+    TempDir dir;
+    DBase table(dir.Wide("t.dbf"));
+    ASSERT_TRUE(table.Create(CodePage::qovaCodePageANSI));
+    EXPECT_FALSE(table.IsOpen());
+    auto bytes = ReadBytes(dir / "t.dbf");
+    std::time_t now = std::time(nullptr);
+    std::tm local{};
+    localtime_r(&now, &local);
+    auto expected = test::RawTable(33, 1, 0, {}, {});  // ANSI 1252 in an English locale
+    expected[1] = static_cast<unsigned char>(local.tm_year);
+    expected[2] = static_cast<unsigned char>(local.tm_mon + 1);
+    expected[3] = static_cast<unsigned char>(local.tm_mday);
+    EXPECT_EQ(bytes, expected);
+    EXPECT_EQ(dir.Files(), std::vector<std::string>{"t.dbf"});
+}
+
+TEST(DBaseFormat, CodePageWithoutLanguageDriverLivesInACpgFile) {
+    TempDir dir;
+    DBase table(dir.Wide("u.dbf"));
+    ASSERT_TRUE(table.Create(CodePage::qovaCodePageUTF8));
+    auto bytes = ReadBytes(dir / "u.dbf");
+    ASSERT_EQ(bytes.size(), 34u);
+    EXPECT_EQ(bytes[29], 0);
+    auto cpg = ReadBytes(dir / "u.cpg");
+    EXPECT_EQ(std::string(cpg.begin(), cpg.end()), "UTF-8");
+    ASSERT_TRUE(table.Open(true, false, CodePage::qovaCodePageANSI));
+    EXPECT_EQ(table.GetCodePage().GetCodePageId(), 65001u);
+    EXPECT_TRUE(table.DeleteFileW());  // the .cpg file goes with the table
+    EXPECT_TRUE(dir.Files().empty());
 }
 
 }  // namespace

@@ -39,14 +39,11 @@ void AppendRows(const std::wstring& path, const std::vector<std::vector<std::wst
     ASSERT_TRUE(table.Close());
 }
 
-std::vector<unsigned char> RawTable(int16_t headerLength, int16_t recordLength, int32_t numRecords,
-                                    const std::vector<DBase::FieldRecord>& fields,
-                                    const std::vector<std::string>& records, bool endOfFile) {
-    std::vector<unsigned char> bytes(32, 0);
-    bytes[0] = 3;
-    bytes[1] = 124;
-    bytes[2] = 1;
-    bytes[3] = 2;
+Bytes RawTable(int16_t headerLength, int16_t recordLength, int32_t numRecords,
+               const std::vector<DBase::FieldRecord>& fields,
+               const std::vector<std::string>& records, bool endOfFile) {
+    Bytes bytes = {3, 124, 1, 2};  // version 3, dated 2024-01-02
+    bytes.resize(32);
     EncodeFixed32LE(&bytes[4], static_cast<uint32_t>(numRecords));
     EncodeFixed16LE(&bytes[8], static_cast<uint16_t>(headerLength));
     EncodeFixed16LE(&bytes[10], static_cast<uint16_t>(recordLength));

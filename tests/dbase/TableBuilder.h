@@ -36,16 +36,16 @@ inline bool OpenTable(DBase& table, bool readOnly = false, bool share = false) {
 
 // The bytes of a table: header with the given counts, descriptors and
 // terminator, then `records` (each must already be record-length long).
-std::vector<unsigned char> RawTable(int16_t headerLength, int16_t recordLength, int32_t numRecords,
-                                    const std::vector<DBase::FieldRecord>& fields,
-                                    const std::vector<std::string>& records, bool endOfFile = true);
+Bytes RawTable(int16_t headerLength, int16_t recordLength, int32_t numRecords,
+               const std::vector<DBase::FieldRecord>& fields,
+               const std::vector<std::string>& records, bool endOfFile = true);
 DBase::FieldRecord RawField(const char* name, char type, int width, int decimals = 0);
 
 // A temporary folder holding the table "t.dbf" made with `fields`.
 class TableTest : public ::testing::Test {
 protected:
     void MakeTable(const std::vector<FieldSpec>& fields) { CreateTable(path_, fields); }
-    std::vector<unsigned char> Bytes() const { return ReadBytes(dir_ / "t.dbf"); }
+    Bytes FileBytes() const { return ReadBytes(dir_ / "t.dbf"); }
 
     TempDir dir_;
     std::wstring path_ = dir_.Wide("t.dbf");

@@ -8,16 +8,19 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "foundation/FaultInjection.h"
 #include "foundation/Win32Error.h"
+#include "foundation/Win32File.h"
 #include "support/TestSupport.h"
 
 namespace quillet {
 namespace {
 
-using Bytes = std::vector<unsigned char>;
+using test::Bytes;
 
 Bytes Sequence(size_t n) {
     Bytes bytes(n);
@@ -33,23 +36,28 @@ protected:
         test::WriteBytes(dir_ / name, bytes);
         return Path(name);
     }
+    // That file, opened read-only.
+    std::unique_ptr<File> Reading(const Bytes& bytes, const std::string& name = "data.bin") const {
+        auto file = std::make_unique<File>(Existing(bytes, name).c_str());
+        EXPECT_TRUE(file->Open(1, 1, 1, 0, 0));
+        return file;
+    }
 
     test::TempDir dir_;
 };
 
 TEST_F(FileTest, ReadAtEndOfFileIsShortAndZeroByteReadsSucceed) {
-    File file(Existing(Sequence(10)).c_str());
-    ASSERT_TRUE(file.Open(1, 1, 1, 0, 0));
+    auto file = Reading(Sequence(10));
     unsigned char out[16] = {};
-    EXPECT_EQ(file.Read(out, 0), 0);
-    EXPECT_EQ(file.GetLastError(), File::kNoError);
-    EXPECT_EQ(file.Read(out, 16), 10);
-    EXPECT_EQ(file.GetLastError(), File::kReadFailed);
+    EXPECT_EQ(file->Read(out, 0), 0);
+    EXPECT_EQ(file->GetLastError(), File::kNoError);
+    EXPECT_EQ(file->Read(out, 16), 10);
+    EXPECT_EQ(file->GetLastError(), File::kReadFailed);
     EXPECT_EQ(0, std::memcmp(out, Sequence(10).data(), 10));
-    EXPECT_EQ(file.Read(out, 1), 0);
-    EXPECT_EQ(file.GetLastError(), File::kReadFailed);
-    EXPECT_EQ(file.Read(out, 0), 0);
-    EXPECT_EQ(file.GetLastError(), File::kNoError);
+    EXPECT_EQ(file->Read(out, 1), 0);
+    EXPECT_EQ(file->GetLastError(), File::kReadFailed);
+    EXPECT_EQ(file->Read(out, 0), 0);
+    EXPECT_EQ(file->GetLastError(), File::kNoError);
 }
 
 TEST_F(FileTest, SetLengthZeroEmptiesAndKeepsThePosition) {
@@ -70,14 +78,13 @@ TEST_F(FileTest, SetLengthZeroEmptiesAndKeepsThePosition) {
 // Past the end is a valid position (the property moves there); before the
 // start is not, and a failed seek leaves the position where it was.
 TEST_F(FileTest, SeeksBeforeTheStartOrByAnUnknownMethodFail) {
-    File file(Existing(Sequence(100)).c_str());
-    ASSERT_TRUE(file.Open(1, 1, 1, 0, 0));
-    ASSERT_TRUE(file.Seek(50, File::kEnd));
-    EXPECT_FALSE(file.Seek(-1, File::kBegin));
-    EXPECT_EQ(file.GetLastError(), File::kSeekFailed);
-    EXPECT_EQ(file.GetPosition(), 150);
-    EXPECT_FALSE(file.Seek(-151, File::kCurrent));
-    EXPECT_FALSE(file.Seek(0, static_cast<File::MoveMethod>(3)));
+    auto file = Reading(Sequence(100));
+    ASSERT_TRUE(file->Seek(50, File::kEnd));
+    EXPECT_FALSE(file->Seek(-1, File::kBegin));
+    EXPECT_EQ(file->GetLastError(), File::kSeekFailed);
+    EXPECT_EQ(file->GetPosition(), 150);
+    EXPECT_FALSE(file->Seek(-151, File::kCurrent));
+    EXPECT_FALSE(file->Seek(0, static_cast<File::MoveMethod>(3)));
 }
 
 TEST_F(FileTest, SeeksBeyondFourGigabytes) {
@@ -173,43 +180,35 @@ RC_GTEST_PROP(FileProperty, BehavesLikeAByteVector, ()) {
     RC_ASSERT(test::ReadBytes(dir / "data.bin") == model);
 }
 
-TEST_F(FileTest, ReadOnlyOpensAreMappedAndHandOutMemory) {
+TEST_F(FileTest, ReadOnlyOpensAreMappedHandOutMemoryAndRefuseWrites) {
     Bytes bytes = Sequence(1000);
-    File file(Existing(bytes).c_str());
-    ASSERT_TRUE(file.Open(1, 1, 1, 0, 0));
-    ASSERT_TRUE(file.IsMapped());
-    EXPECT_TRUE(file.IsReadOnly());
+    auto file = Reading(bytes);
+    ASSERT_TRUE(file->IsMapped());
+    EXPECT_TRUE(file->IsReadOnly());
     void* memory = nullptr;
-    ASSERT_EQ(file.GetMemory(&memory, 10), 10);
+    ASSERT_EQ(file->GetMemory(&memory, 10), 10);
     EXPECT_EQ(0, std::memcmp(memory, bytes.data(), 10));
-    ASSERT_TRUE(file.Seek(-4, File::kEnd));
-    EXPECT_EQ(file.GetMemory(&memory, 10), 4);
+    ASSERT_TRUE(file->Seek(-4, File::kEnd));
+    EXPECT_EQ(file->GetMemory(&memory, 10), 4);
     EXPECT_EQ(0, std::memcmp(memory, bytes.data() + 996, 4));
-    EXPECT_EQ(file.GetPosition(), 1000);
+    EXPECT_EQ(file->GetPosition(), 1000);
     unsigned char out[8];
-    ASSERT_TRUE(file.Seek(500, File::kBegin));
-    ASSERT_EQ(file.Read(out, 8), 8);
+    ASSERT_TRUE(file->Seek(500, File::kBegin));
+    ASSERT_EQ(file->Read(out, 8), 8);
     EXPECT_EQ(0, std::memcmp(out, bytes.data() + 500, 8));
+    EXPECT_EQ(file->Write("x", 1), 0);
+    EXPECT_EQ(file->GetLastError(), File::kAccessDenied);
+    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+    EXPECT_FALSE(file->SetLength(0));
+    EXPECT_EQ(file->GetLastError(), File::kAccessDenied);
 
     File writable(Existing(bytes, "other.bin").c_str());
     ASSERT_TRUE(writable.Open(0, 1, 1, 0, 0));
     EXPECT_FALSE(writable.IsMapped());
     EXPECT_EQ(writable.GetMemory(&memory, 1), 0);
-
-    File empty(Existing({}, "empty.bin").c_str());
-    ASSERT_TRUE(empty.Open(1, 1, 1, 0, 0));
-    EXPECT_FALSE(empty.IsMapped());
-    EXPECT_EQ(empty.Read(out, 1), 0);
-}
-
-TEST_F(FileTest, WritingAReadOnlyOpenIsAccessDenied) {
-    File file(Existing(Sequence(10)).c_str());
-    ASSERT_TRUE(file.Open(1, 1, 1, 0, 0));
-    EXPECT_EQ(file.Write("x", 1), 0);
-    EXPECT_EQ(file.GetLastError(), File::kAccessDenied);
-    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
-    EXPECT_FALSE(file.SetLength(0));
-    EXPECT_EQ(file.GetLastError(), File::kAccessDenied);
+    auto empty = Reading({}, "empty.bin");
+    EXPECT_FALSE(empty->IsMapped());
+    EXPECT_EQ(empty->Read(out, 1), 0);
 }
 
 TEST_F(FileTest, OpenFailuresLeaveTheObjectClosedAndReusable) {
@@ -267,6 +266,7 @@ TEST_F(FileTest, PermissionDeniedWhenNotRoot) {
 
 TEST_F(FileTest, CreateReplacesAndDeleteClosesAndRemoves) {
     File file(Existing(Sequence(50)).c_str());
+    EXPECT_TRUE(FileExists(Path().c_str()));
     ASSERT_TRUE(file.Create(1, 0));
     EXPECT_EQ(file.GetLength(), 0);
     EXPECT_FALSE(file.IsReadOnly());
@@ -276,12 +276,7 @@ TEST_F(FileTest, CreateReplacesAndDeleteClosesAndRemoves) {
     EXPECT_FALSE(FileExists(Path().c_str()));
     EXPECT_FALSE(file.Delete());
     EXPECT_EQ(file.GetLastError(), File::kNotFound);
-}
-
-TEST_F(FileTest, FileExistsIsFalseForFoldersAndMissingFiles) {
-    EXPECT_TRUE(FileExists(Existing({1}).c_str()));
-    EXPECT_FALSE(FileExists(Path("missing").c_str()));
-    EXPECT_FALSE(FileExists(dir_.path().wstring().c_str()));
+    EXPECT_FALSE(FileExists(dir_.path().wstring().c_str()));  // a folder
     EXPECT_FALSE(FileExists(nullptr));
 }
 
@@ -293,10 +288,8 @@ TEST_F(FileTest, NonAsciiPathsReachTheSystemAsUtf8) {
     EXPECT_TRUE(std::filesystem::exists(dir_ / "\xC3\xA9t\xC3\xA9.dbf"));
 }
 
-// Sharing between two opens of one file in this process.
-class FileSharingTest : public FileTest {};
-
-TEST_F(FileSharingTest, AnExclusiveWriterExcludesReadersAndIsExcludedByThem) {
+// Sharing between two opens of one file.
+TEST_F(FileTest, AnExclusiveWriterExcludesReadersAndIsExcludedByThem) {
     std::wstring path = Existing(Sequence(10));
     File writer(path.c_str()), reader(path.c_str()), secondReader(path.c_str());
     ASSERT_TRUE(writer.Open(0, 1, 0, 0, 0));
@@ -315,7 +308,7 @@ TEST_F(FileSharingTest, AnExclusiveWriterExcludesReadersAndIsExcludedByThem) {
     EXPECT_EQ(test::ReadBytes(dir_ / "data.bin"), Sequence(10));  // Create did not empty it
 }
 
-TEST_F(FileSharingTest, SharingWritersCoexistWithReaders) {
+TEST_F(FileTest, SharingWritersCoexistWithReaders) {
     std::wstring path = Existing(Sequence(10));
     File writer(path.c_str()), otherWriter(path.c_str()), reader(path.c_str());
     ASSERT_TRUE(writer.Open(0, 1, 1, 1, 0));
@@ -331,7 +324,7 @@ TEST_F(FileSharingTest, SharingWritersCoexistWithReaders) {
     EXPECT_EQ(first, 'Z');
 }
 
-TEST_F(FileSharingTest, LocksHoldAgainstOtherProcesses) {
+TEST_F(FileTest, LocksHoldAgainstOtherProcesses) {
     std::wstring path = Existing(Sequence(10));
     File writer(path.c_str());
     ASSERT_TRUE(writer.Open(0, 1, 0, 0, 0));
@@ -352,7 +345,7 @@ TEST_F(FileSharingTest, LocksHoldAgainstOtherProcesses) {
     EXPECT_EQ(childOpens(1), 0);
 }
 
-TEST_F(FileSharingTest, AMappedFileCannotBeCutUnderTheMapping) {
+TEST_F(FileTest, AMappedFileCannotBeCutUnderTheMapping) {
     std::wstring path = Existing(Sequence(5000));
     File reader(path.c_str()), writer(path.c_str());
     ASSERT_TRUE(reader.Open(1, 1, 1, 0, 0));
@@ -365,7 +358,7 @@ TEST_F(FileSharingTest, AMappedFileCannotBeCutUnderTheMapping) {
     EXPECT_TRUE(writer.SetLength(0));
 }
 
-TEST_F(FileSharingTest, ReopeningOrDestroyingAnObjectReleasesItsOwnLock) {
+TEST_F(FileTest, ReopeningOrDestroyingAnObjectReleasesItsOwnLock) {
     std::wstring path = Existing(Sequence(10));
     File other(path.c_str());
     {
@@ -376,6 +369,83 @@ TEST_F(FileSharingTest, ReopeningOrDestroyingAnObjectReleasesItsOwnLock) {
         EXPECT_FALSE(other.Open(1, 1, 1, 0, 0));
     }
     EXPECT_TRUE(other.Open(1, 1, 1, 0, 0));
+}
+
+// The test seam of the platform layer.
+class FaultInjectionTest : public FileTest {
+    FaultInjectionScope disarmAtEnd_;
+};
+
+TEST_F(FaultInjectionTest, TheNthWriteFailsAsADiskFullAndLaterOnesSucceed) {
+    File file(Path().c_str());
+    ASSERT_TRUE(file.Create(1, 0));
+    FaultInjection::FailNth(FaultInjection::kWrite, 3);
+    EXPECT_EQ(file.Write("a", 1), 1);
+    EXPECT_EQ(file.Write("b", 1), 1);
+    EXPECT_EQ(file.Write("c", 1), 0);
+    EXPECT_EQ(file.GetLastError(), File::kDiskFull);
+    EXPECT_EQ(GetLastError(), ERROR_DISK_FULL);
+    EXPECT_EQ(file.Write("d", 1), 1);
+    EXPECT_EQ(FaultInjection::Count(FaultInjection::kWrite), 4);
+    ASSERT_TRUE(file.Close());
+    EXPECT_EQ(test::ReadBytes(dir_ / "data.bin"), (Bytes{'a', 'b', 'd'}));
+}
+
+TEST_F(FaultInjectionTest, AFailedFlushIsReportedOnceAndDropsTheBufferedBytes) {
+    File file(Path().c_str());
+    ASSERT_TRUE(file.Create(1, 0));
+    FaultInjection::FailNth(FaultInjection::kFlush, 1);
+    ASSERT_EQ(file.Write("abc", 3), 3);  // buffered
+    EXPECT_FALSE(file.Close());
+    EXPECT_EQ(file.GetLastError(), File::kDiskFull);
+    EXPECT_TRUE(test::ReadBytes(dir_ / "data.bin").empty());
+    EXPECT_TRUE(file.Close());
+}
+
+TEST_F(FaultInjectionTest, SeekReadAndSetLengthFailures) {
+    test::WriteBytes(dir_ / "data.bin", {1, 2, 3});
+    File file(Path().c_str());
+    ASSERT_TRUE(file.Open(0, 1, 0, 0, 0));
+    FaultInjection::FailNth(FaultInjection::kSeek, 2);
+    EXPECT_TRUE(file.Seek(1, File::kBegin));
+    EXPECT_FALSE(file.Seek(2, File::kBegin));
+    EXPECT_EQ(file.GetLastError(), File::kSeekFailed);
+    EXPECT_EQ(file.GetPosition(), 1);
+    FaultInjection::FailNth(FaultInjection::kRead, 1);
+    unsigned char byte = 0;
+    EXPECT_EQ(file.Read(&byte, 1), 0);
+    EXPECT_EQ(file.GetLastError(), File::kReadFailed);
+    EXPECT_EQ(file.Read(&byte, 1), 1);
+    EXPECT_EQ(byte, 2);
+    FaultInjection::FailNth(FaultInjection::kWrite, 1);
+    EXPECT_FALSE(file.SetLength(0));
+    EXPECT_EQ(file.GetLengthEx(), 3);
+}
+
+TEST_F(FaultInjectionTest, CreateOpenAndTempFilesFail) {
+    FaultInjection::FailNth(FaultInjection::kCreate, 1);
+    File file(Path().c_str());
+    EXPECT_FALSE(file.Create(1, 0));
+    EXPECT_FALSE(file.IsOpen());
+    EXPECT_FALSE(FileExists(Path().c_str()));
+    ASSERT_TRUE(file.Create(1, 0));
+    FaultInjection::FailNth(FaultInjection::kCreate, 1);
+    EXPECT_FALSE(file.Open(0, 1, 0, 0, 0));
+    FaultInjection::FailNth(FaultInjection::kCreate, 1);
+    wchar_t name[4096];
+    EXPECT_EQ(GetTempFileNameW(dir_.path().wstring().c_str(), L"tmp", 0, name), 0u);
+    EXPECT_EQ(dir_.Files(), std::vector<std::string>{"data.bin"});
+}
+
+TEST_F(FaultInjectionTest, RenameAndCopyFail) {
+    test::WriteBytes(dir_ / "a", {1});
+    FaultInjection::FailNth(FaultInjection::kRename, 1);
+    EXPECT_FALSE(MoveFileW(Path("a").c_str(), Path("b").c_str()));
+    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+    FaultInjection::FailNth(FaultInjection::kRename, 1);
+    EXPECT_FALSE(CopyFileW(Path("a").c_str(), Path("b").c_str(), 0));
+    EXPECT_EQ(dir_.Files(), std::vector<std::string>{"a"});
+    EXPECT_TRUE(MoveFileW(Path("a").c_str(), Path("b").c_str()));
 }
 
 }  // namespace

@@ -1,8 +1,10 @@
 #include "foundation/Variant.h"
 
 #include <gtest/gtest.h>
+#include <rapidcheck/gtest.h>
 
 #include <cmath>
+#include <cstdio>
 #include <string>
 
 namespace quillet {
@@ -119,19 +121,16 @@ TEST(VariantChangeType, CurrencyIsScaledByTenThousand) {
 }
 
 TEST(VariantChangeType, NumbersToTextUseThePointAndSignificantDigits) {
-    EXPECT_EQ(AsText(Variant::I2(-42)), L"-42");
-    EXPECT_EQ(AsText(Variant::I4(2147483647)), L"2147483647");
-    EXPECT_EQ(AsText(Variant::R8(0.1)), L"0.1");
-    EXPECT_EQ(AsText(Variant::R8(1.0 / 3)), L"0.333333333333333");
-    EXPECT_EQ(AsText(Variant::R8(1e20)), L"1E+20");
-    EXPECT_EQ(AsText(Variant::R8(1.5e-5)), L"1.5E-05");
-    EXPECT_EQ(AsText(Variant::R8(123456.0)), L"123456");
-    EXPECT_EQ(AsText(Variant::R4(0.1f)), L"0.1");
-    EXPECT_EQ(AsText(Variant::R4(1.0f / 3)), L"0.3333333");
-    EXPECT_EQ(AsText(Bool(true)), L"-1");
+    const std::pair<Variant, const wchar_t*> cases[] = {
+        {Variant::I2(-42), L"-42"}, {Variant::I4(2147483647), L"2147483647"},
+        {Variant::R8(0.1), L"0.1"}, {Variant::R8(1.0 / 3), L"0.333333333333333"},
+        {Variant::R8(1e20), L"1E+20"}, {Variant::R8(1.5e-5), L"1.5E-05"},
+        {Variant::R8(123456.0), L"123456"}, {Variant::R4(0.1f), L"0.1"},
+        {Variant::R4(1.0f / 3), L"0.3333333"}, {Bool(true), L"-1"}, {Variant(), L""},
+    };
+    for (const auto& [value, text] : cases) EXPECT_EQ(AsText(value), text);
     EXPECT_EQ(AsText(Bool(true), VARIANT_ALPHABOOL), L"True");
     EXPECT_EQ(AsText(Bool(false), VARIANT_ALPHABOOL), L"False");
-    EXPECT_EQ(AsText(Variant()), L"");
 }
 
 TEST(VariantChangeType, TextToNumbersTakesTheInvariantFormOnly) {
@@ -152,15 +151,14 @@ TEST(VariantChangeType, TextToNumbersTakesTheInvariantFormOnly) {
 }
 
 TEST(VariantChangeType, DatesToTextAndBack) {
-    EXPECT_EQ(AsText(Variant::Date(36526.0)), L"2000-01-01");
-    EXPECT_EQ(AsText(Variant::Date(36526.75)), L"2000-01-01 18:00:00");
-    EXPECT_EQ(AsText(Variant::Date(0.5)), L"12:00:00");
-    EXPECT_EQ(AsText(Variant::Date(-1.25)), L"1899-12-29 06:00:00");
-    EXPECT_EQ(Converted(Variant::Bstr(L"2000-01-01 18:00:00"), VT_DATE).date, 36526.75);
+    for (auto [date, text] : {std::pair{36526.0, L"2000-01-01"}, {36526.75, L"2000-01-01 18:00:00"},
+                              {0.5, L"12:00:00"}, {-1.25, L"1899-12-29 06:00:00"}}) {
+        EXPECT_EQ(AsText(Variant::Date(date)), text);
+        EXPECT_EQ(Converted(Variant::Bstr(text), VT_DATE).date, date) << text;
+    }
     EXPECT_EQ(Converted(Variant::Bstr(L"2000/01/01"), VT_DATE).date, 36526.0);
     EXPECT_EQ(Converted(Variant::Bstr(L"1/2/2000 6:00"), VT_DATE).date, 36527.25);
     EXPECT_EQ(Converted(Variant::Bstr(L"12:00"), VT_DATE).date, 0.5);
-    EXPECT_EQ(Converted(Variant::Bstr(L"1899-12-29 06:00:00"), VT_DATE).date, -1.25);
     for (const wchar_t* bad : {L"2000-01", L"2000-01-01 25", L"01-01-2000x", L"yesterday",
                                L"2000-01-01 12:00:00:00", L"2000-01-01  12:00", L"1.5"}) {
         Converted(Variant::Bstr(bad), VT_DATE, DISP_E_TYPEMISMATCH);
@@ -216,6 +214,99 @@ TEST(VariantChangeType, MatrixOfSupportedTypesRoundTripsSeven) {
             EXPECT_EQ(back.lVal, 7) << from << " -> " << to;
         }
     }
+}
+
+// OLE dates: days since 1899-12-30, the fraction the time of day.
+SYSTEMTIME Time(int y, int mo, int d, int h = 0, int mi = 0, int s = 0, int ms = 0) {
+    auto u = [](int v) { return static_cast<uint16_t>(v); };
+    return SYSTEMTIME{u(y), u(mo), 0, u(d), u(h), u(mi), u(s), u(ms)};
+}
+
+DATE ToDate(const SYSTEMTIME& t) {
+    DATE d = -12345;
+    EXPECT_TRUE(SystemTimeToVariantTime(&t, &d));
+    return d;
+}
+
+// "Y-M-D h:m:s dow" of a date, or "invalid".
+std::string Describe(DATE date) {
+    SYSTEMTIME t;
+    if (!VariantTimeToSystemTime(date, &t)) return "invalid";
+    char text[64];
+    std::snprintf(text, sizeof text, "%d-%02d-%02d %02d:%02d:%02d.%03d dow%d", t.wYear, t.wMonth,
+                  t.wDay, t.wHour, t.wMinute, t.wSecond, t.wMilliseconds, t.wDayOfWeek);
+    return text;
+}
+
+// Day 0 is the last day but one of 1899; the range is year 100 to year 9999.
+TEST(OleDate, WholeSecondsConvertExactlyBothWays) {
+    const struct {
+        SYSTEMTIME time;
+        DATE date;
+        const char* text;
+    } cases[] = {
+        {Time(1899, 12, 30), 0.0, "1899-12-30 00:00:00.000 dow6"},
+        {Time(1899, 12, 31), 1.0, "1899-12-31 00:00:00.000 dow0"},
+        {Time(1900, 1, 1), 2.0, "1900-01-01 00:00:00.000 dow1"},
+        {Time(1900, 3, 1), 61.0, "1900-03-01 00:00:00.000 dow4"},  // 1900 is no leap year here
+        {Time(2000, 1, 1), 36526.0, "2000-01-01 00:00:00.000 dow6"},
+        {Time(2024, 2, 29, 12), 45351.5, "2024-02-29 12:00:00.000 dow4"},
+        // Negative dates count their fraction forward from the day.
+        {Time(1899, 12, 29), -1.0, "1899-12-29 00:00:00.000 dow5"},
+        {Time(1899, 12, 29, 6), -1.25, "1899-12-29 06:00:00.000 dow5"},
+        {Time(1899, 12, 28, 18), -2.75, "1899-12-28 18:00:00.000 dow4"},
+        {Time(100, 1, 1), -657434.0, "100-01-01 00:00:00.000 dow5"},
+        {Time(9999, 12, 31), 2958465.0, "9999-12-31 00:00:00.000 dow5"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(ToDate(c.time), c.date) << c.text;
+        EXPECT_EQ(Describe(c.date), c.text);
+    }
+    // Milliseconds are ignored on the way in.
+    EXPECT_EQ(ToDate(Time(2000, 1, 1, 0, 0, 1, 999)), ToDate(Time(2000, 1, 1, 0, 0, 1)));
+}
+
+TEST(OleDate, FractionsRoundToTheSecondOnTheWayOut) {
+    const double second = 1.0 / 86400;
+    const std::pair<DATE, const char*> cases[] = {
+        // Between -1 and 0 the day is day 0: -0.5 and 0.5 are the same moment.
+        {-0.5, "1899-12-30 12:00:00.000 dow6"}, {0.5, "1899-12-30 12:00:00.000 dow6"},
+        {-657434.5, "100-01-01 12:00:00.000 dow5"}, {2958465.999, "9999-12-31 23:58:34.000 dow5"},
+        {36526 + 1.4 * second, "2000-01-01 00:00:01.000 dow6"},
+        {36526 + 1.6 * second, "2000-01-01 00:00:02.000 dow6"},
+        // Rounding up at the end of a day moves to the next day, also for
+        // negative dates, whose next day is the one nearer to zero.
+        {36526 - 0.2 * second, "2000-01-01 00:00:00.000 dow6"},
+        {36525 + 86399.7 * second, "2000-01-01 00:00:00.000 dow6"},
+        {-1 - 86399.7 * second, "1899-12-30 00:00:00.000 dow6"},
+        {-657435.0, "invalid"}, {2958466.0, "invalid"}, {std::nan(""), "invalid"},
+        {2958465 + 86399.9 * second, "invalid"},  // rounds into year 10000
+    };
+    for (auto [date, text] : cases) EXPECT_EQ(Describe(date), text) << date;
+}
+
+TEST(OleDate, ImpossibleTimesAreRefused) {
+    DATE d;
+    for (SYSTEMTIME bad :
+         {Time(99, 12, 31), Time(10000, 1, 1), Time(2000, 13, 1), Time(2000, 0, 1),
+          Time(2001, 2, 29), Time(2000, 4, 31), Time(2000, 1, 0), Time(2000, 1, 1, 24),
+          Time(2000, 1, 1, 0, 60), Time(2000, 1, 1, 0, 0, 60)}) {
+        EXPECT_FALSE(SystemTimeToVariantTime(&bad, &d)) << bad.wYear << "-" << bad.wMonth;
+    }
+    EXPECT_FALSE(SystemTimeToVariantTime(nullptr, &d));
+}
+
+RC_GTEST_PROP(OleDateProperty, WholeSecondsRoundTrip, ()) {
+    SYSTEMTIME t =
+        Time(*rc::gen::inRange(100, 10000), *rc::gen::inRange(1, 13), *rc::gen::inRange(1, 29),
+             *rc::gen::inRange(0, 24), *rc::gen::inRange(0, 60), *rc::gen::inRange(0, 60));
+    DATE date;
+    RC_ASSERT(SystemTimeToVariantTime(&t, &date) != 0);
+    SYSTEMTIME back;
+    RC_ASSERT(VariantTimeToSystemTime(date, &back) != 0);
+    RC_ASSERT(back.wYear == t.wYear && back.wMonth == t.wMonth && back.wDay == t.wDay);
+    RC_ASSERT(back.wHour == t.wHour && back.wMinute == t.wMinute && back.wSecond == t.wSecond);
+    RC_ASSERT(back.wMilliseconds == 0);
 }
 
 }  // namespace

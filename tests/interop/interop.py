@@ -1,7 +1,7 @@
 """Shared by the interop scripts: the tool and a helper program (or a skip),
-running them, the peer samples, a checker that gathers failures into the
-exit code, and the records and fields Quillet reads from a table, compared
-with what a Python module reads."""
+running them, the shared sample folders, whole files read and written, a
+checker that gathers failures into the exit code, and the records and fields
+Quillet reads from a table, compared with what a Python module reads."""
 
 import datetime
 import json
@@ -9,32 +9,30 @@ import os
 import subprocess
 import sys
 
-SKIP = 77
-
 
 def skip(reason):
     print("SKIP: " + reason)
-    sys.exit(SKIP)
+    sys.exit(77)
 
 
-def environment(helper):
-    """The tool and the helper program named `helper`, or skip when they or
-    the Python modules are missing."""
-    tool = os.environ.get("QUILLET_TOOL")
-    helpers = os.environ.get("QUILLET_INTEROP_BIN")
+def environment():
+    """The tool and the helper program, or skip when they or the Python
+    modules are missing."""
+    tool, helpers = os.environ.get("QUILLET_TOOL"), os.environ.get("QUILLET_INTEROP_BIN")
     if not tool or not os.path.exists(tool):
         skip("QUILLET_TOOL is not set to the built tool (run through ctest)")
-    if not helpers or not os.path.exists(os.path.join(helpers, helper)):
-        skip("QUILLET_INTEROP_BIN does not hold " + helper)
+    helper = os.path.join(helpers or "", "helper")
+    if not os.path.exists(helper):
+        skip("QUILLET_INTEROP_BIN does not hold the helper program")
     try:
         import dbfread  # noqa: F401
         import shapefile  # noqa: F401
     except ImportError as error:
         skip("Python module missing: %s" % error)
-    return tool, os.path.join(helpers, helper)
+    return tool, helper
 
 
-def shared_data(name):
+def shared_data(name="peer-samples"):
     """A folder of ../shared/data, or a skip when it is absent."""
     folder = os.path.join(os.environ.get("QUILLET_SHARED_DIR", ""), "data", name)
     if not os.path.isdir(folder):
@@ -42,8 +40,15 @@ def shared_data(name):
     return folder
 
 
-def peer_samples():
-    return shared_data("peer-samples")
+def read(path):
+    with open(path, "rb") as f:
+        return f.read()
+
+
+def write(path, data):
+    """Writes bytes, or text as UTF-8."""
+    with open(path, "wb") as f:
+        f.write(data if isinstance(data, bytes) else data.encode("utf-8"))
 
 
 def run(*args, stdin=None, env=None):
@@ -69,31 +74,17 @@ def quillet_fields(tool, path):
     return [(f["name"], f["type"], f["width"], f["decimals"]) for f in fields]
 
 
-RESERVED_NAMES = ("OID", "FID", "SHAPE")
-
-
-def _add_on(name):
-    """What a clashing name grows by, from its last character."""
+def _renamed(name):
+    """A clashing name grown by what its last character calls for, kept to
+    ten characters."""
     last = name[-1]
-    if "0" <= last <= "8":
-        return chr(ord(last) + 1)
-    if last == "_":
-        return "1"
     if last == "9":
         digits = len(name) - len(name.rstrip("0123456789"))
-        return str(int(name[-digits:]) + 1)
-    return "_"
-
-
-def _renamed(name):
-    add = _add_on(name)
-    if name[-1] == "9":
-        if len(name) + len(add) + 1 > 10:
-            name = name[:9 - len(add)]
-        return name + "_" + add
-    if add == "_":
-        return (name[:8] if len(name) + 2 > 10 else name) + "_1"
-    return (name[:9] if len(name) + 1 > 10 else name) + add
+        add = str(int(name[-digits:]) + 1)
+        return name[:9 - len(add)] + "_" + add
+    if "0" <= last <= "8" or last == "_":
+        return name[:9] + ("1" if last == "_" else chr(ord(last) + 1))
+    return name[:8] + "_1"
 
 
 def cleaned_names(names):
@@ -102,7 +93,7 @@ def cleaned_names(names):
     a name before them."""
     out = []
     for name in (n.strip() for n in names):
-        while name and (name.upper() in RESERVED_NAMES or name.upper() in (o.upper() for o in out)):
+        while name and (name.upper() in ("OID", "FID", "SHAPE") or name.upper() in (o.upper() for o in out)):
             name = _renamed(name)
         out.append(name)
     return out

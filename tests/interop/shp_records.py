@@ -21,18 +21,13 @@ def has_m(shape_type):
     return has_z(shape_type) or shape_type in (21, 23, 25, 28)
 
 
-def dump(shpio, path):
+def dump(helper, path):
     """Header fields and {number: bytes} of the live records, read through ShpFile."""
-    lines = output(shpio, "dump", path).splitlines()
+    lines = output(helper, "shp-dump", path).splitlines()
     fields = lines[0].split()
-    header = {
-        "type": int(fields[1]),
-        "count": int(fields[2]),
-        "bbox": [float(v) for v in fields[3:7]],
-        "zbox": [float(v) for v in fields[7:9]],
-        "mbox": [float(v) for v in fields[9:11]],
-        "version": int(fields[11]),
-    }
+    values = [float(v) for v in fields[3:11]]
+    header = {"type": int(fields[1]), "count": int(fields[2]), "bbox": values[:4], "zbox": values[4:6],
+              "mbox": values[6:], "version": int(fields[11])}
     records = {}
     for line in lines[1:]:
         _, number, content = line.split()
@@ -49,25 +44,16 @@ def encode(shape_type, parts):
     out = struct.pack("<i", shape_type)
     if shape_type in POINT_TYPES:
         x, y, z, m = points[0]
-        out += struct.pack("<2d", x, y)
-        if has_z(shape_type):
-            out += struct.pack("<d", z)
-        if has_m(shape_type):
-            out += struct.pack("<d", m)
-        return out
-    xs = [p[0] for p in points]
-    ys = [p[1] for p in points]
+        values = [x, y] + [z] * has_z(shape_type) + [m] * has_m(shape_type)
+        return out + struct.pack("<%dd" % len(values), *values)
+    xs, ys = [p[0] for p in points], [p[1] for p in points]
     out += struct.pack("<4d", min(xs), min(ys), max(xs), max(ys))
-    if shape_type not in MULTIPOINT_TYPES:
-        out += struct.pack("<i", len(parts))
-    out += struct.pack("<i", len(points))
-    if shape_type not in MULTIPOINT_TYPES:
-        first = 0
-        for part in parts:
-            out += struct.pack("<i", first)
-            first += len(part)
-    for x, y, _, _ in points:
-        out += struct.pack("<2d", x, y)
+    if shape_type in MULTIPOINT_TYPES:
+        out += struct.pack("<i", len(points))
+    else:
+        firsts = [sum(len(part) for part in parts[:i]) for i in range(len(parts))]
+        out += struct.pack("<2i%di" % len(parts), len(parts), len(points), *firsts)
+    out += struct.pack("<%dd" % (2 * len(points)), *(v for p in points for v in p[:2]))
     for axis, wanted in ((2, has_z(shape_type)), (3, has_m(shape_type))):
         if wanted:
             values = [p[axis] for p in points]

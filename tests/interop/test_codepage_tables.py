@@ -10,42 +10,34 @@ test checks that this kept reading is exactly the 437 reading of the bytes."""
 
 import json
 import os
-import sys
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import interop as I  # noqa: E402
+import interop as I
 
-tool, _ = I.environment("dbf_write")
+tool, _ = I.environment()
 folder = I.shared_data("codepage-tables")
-
-WESTERN = {"QUILLET_ACP": "1252", "QUILLET_OEMCP": "437", "QUILLET_LANGID": "9"}
-# The primary language of a locale whose system code pages are the page.
-DOUBLE_BYTE = {932: "17", 936: "4", 949: "18", 950: "4"}
+manifest = json.loads(I.read(os.path.join(folder, "manifest.json")))
 
 
-def locale_for(code_page):
-    if code_page not in DOUBLE_BYTE:
-        return WESTERN
-    page = str(code_page)
-    return {"QUILLET_ACP": page, "QUILLET_OEMCP": page, "QUILLET_LANGID": DOUBLE_BYTE[code_page]}
+def locale(acp, oem, language):
+    return {"QUILLET_ACP": acp, "QUILLET_OEMCP": oem, "QUILLET_LANGID": language}
 
 
 def names(path, env):
     return [record["NAME"] for record in I.quillet_records(tool, path, env)]
 
 
-with open(os.path.join(folder, "manifest.json"), encoding="utf-8") as f:
-    manifest = json.load(f)
+WESTERN = locale("1252", "437", "9")
+# The primary language of a locale whose system code pages are the page.
+DOUBLE_BYTE = {932: "17", 936: "4", 949: "18", 950: "4"}
 
 c = I.Checker()
 c.check(manifest, "the manifest lists no tables")
 for entry in manifest:
-    path = os.path.join(folder, entry["table"])
-    code_page = entry["code_page"]
+    path, cp = os.path.join(folder, entry["table"]), entry["code_page"]
     try:
-        read = names(path, locale_for(code_page))
+        read = names(path, locale(str(cp), str(cp), DOUBLE_BYTE[cp]) if cp in DOUBLE_BYTE else WESTERN)
         c.check(read == entry["names"], "%s under its locale: %r, written %r" % (entry["table"], read, entry["names"]))
-        if code_page in DOUBLE_BYTE:
+        if cp in DOUBLE_BYTE:
             western = names(path, WESTERN)
             expected = [n.encode(entry["python_encoding"]).decode("cp437") for n in entry["names"]]
             c.check(western == expected, "%s on a Western locale: %r, expected the 437 reading %r"

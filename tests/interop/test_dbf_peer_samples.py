@@ -6,35 +6,23 @@ compared through the renaming of reserved and duplicate names, which Quillet
 applies and dbfread does not."""
 
 import os
-import sys
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import interop as I  # noqa: E402
+import interop as I
 
-tool, _ = I.environment("dbf_write")
+tool, _ = I.environment()
 import dbfread  # noqa: E402
 
-samples = I.peer_samples()
-
-ENCODINGS = {0x57: "cp1252", 0x1B: "cp437", 0: "cp1252"}
-
-
-def encoding_of(path, ldid):
-    cpg = os.path.splitext(path)[0] + ".cpg"
-    if ldid == 0 and os.path.exists(cpg):
-        with open(cpg) as f:
-            return f.read().strip().replace("ANSI ", "cp")
-    return ENCODINGS.get(ldid)
-
-
+samples = I.shared_data()
 c = I.Checker()
 tables = sorted(name for name in os.listdir(samples) if name.lower().endswith(".dbf"))
 c.check(tables, "no tables among the peer samples")
 for name in tables:
     path = os.path.join(samples, name)
-    with open(path, "rb") as f:
-        ldid = f.read(32)[29]
-    encoding = encoding_of(path, ldid)
+    ldid, cpg = I.read(path)[29], os.path.splitext(path)[0] + ".cpg"
+    if ldid == 0 and os.path.exists(cpg):
+        encoding = I.read(cpg).decode().strip().replace("ANSI ", "cp")
+    else:
+        encoding = {0x57: "cp1252", 0x1B: "cp437", 0: "cp1252"}.get(ldid)
     if encoding is None:
         c.check(False, "%s: language driver %d not covered by this test" % (name, ldid))
         continue

@@ -6,13 +6,11 @@ pack, delete and info do what they say."""
 
 import json
 import os
-import sys
 import tempfile
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import interop as I  # noqa: E402
+import interop as I
 
-tool, writer = I.environment("dbf_write")
+tool, helper = I.environment()
 import dbfread  # noqa: E402
 import shapefile  # noqa: E402
 
@@ -31,22 +29,14 @@ c = I.Checker()
 
 
 def rows_for(text):
-    return [
-        [text, "123456", "-12.5", "0.125", "7", "20240229", "T"],
-        ["second", "-42", "1000000.25", "-3.5e+10", "-99", "19991231", "F"],
-        ["gone", "1", "1", "1", "1", "20000101", "T"],
-        ["", "", "", "", "", "", ""],
-    ]
-
-
-def expected_for(text):
-    return [
-        {"NAME": text, "COUNT": 123456, "PRICE": -12.5, "RATIO": 0.125, "SMALL": 7,
-         "DAY": "2024-02-29", "OK": True},
-        {"NAME": "second", "COUNT": -42, "PRICE": 1000000.25, "RATIO": -3.5e10, "SMALL": -99,
-         "DAY": "1999-12-31", "OK": False},
-        {"NAME": None, "COUNT": None, "PRICE": None, "RATIO": None, "SMALL": None, "DAY": None, "OK": None},
-    ]
+    """The rows written (the third is deleted before the table closes) and
+    the records that must read back."""
+    given = [[text, "123456", "-12.5", "0.125", "7", "20240229", "T"],
+             ["second", "-42", "1000000.25", "-3.5e+10", "-99", "19991231", "F"],
+             ["gone", "1", "1", "1", "1", "20000101", "T"], [""] * 7]
+    read = [[text, 123456, -12.5, 0.125, 7, "2024-02-29", True],
+            ["second", -42, 1000000.25, -3.5e10, -99, "1999-12-31", False], [None] * 7]
+    return given, [dict(zip((f[0] for f in FIELDS), row)) for row in read]
 
 
 def compare_with_modules(path, encoding, fields, expected, label):
@@ -73,54 +63,40 @@ with tempfile.TemporaryDirectory() as folder:
     for argument, kind, encoding, ldid, cpg, text in CODE_PAGES:
         label = "code page " + argument
         path = os.path.join(folder, "t%s.dbf" % kind)
-        rows = rows_for(text)
-        stdin = "\n".join("\t".join(row) for row in rows) + "\nDELETE 2\n"
-        I.output(writer, "create", path, kind, SCHEMA, stdin=stdin)
-        with open(path, "rb") as f:
-            header = f.read(32)
-        c.check(header[29] == ldid, "%s: language driver byte %d" % (label, header[29]))
+        rows, expected = rows_for(text)
+        stdin = "".join("\t".join(row) + "\n" for row in rows) + "DELETE 2\n"
+        I.output(helper, "dbf-create", path, kind, SCHEMA, stdin=stdin)
+        c.check(I.read(path)[29] == ldid, "%s: language driver byte %d" % (label, I.read(path)[29]))
         cpg_path = path[:-4] + ".cpg"
-        if cpg:
-            with open(cpg_path) as f:
-                c.check(f.read() == cpg, "%s: .cpg text" % label)
-        else:
-            c.check(not os.path.exists(cpg_path), "%s: unexpected .cpg" % label)
-        expected = expected_for(text)
+        c.check(I.read(cpg_path) == cpg.encode() if cpg else not os.path.exists(cpg_path), label + ": .cpg")
         compare_with_modules(path, encoding, FIELDS, expected, label)
 
         # The same rows through the tool's CSV import (text setters throughout).
-        csv_path = os.path.join(folder, "rows.csv")
-        with open(csv_path, "w", encoding="utf-8", newline="") as f:
-            f.write(",".join(name for name, _, _, _ in FIELDS) + "\n")
-            for row in [rows[0], rows[1], rows[3]]:
-                day = row[5] and "%s-%s-%s" % (row[5][:4], row[5][4:6], row[5][6:])
-                f.write(",".join('"%s"' % v if i == 0 and v else v
-                                 for i, v in enumerate(row[:5] + [day, row[6]])) + "\n")
-        imported = os.path.join(folder, "i%s.dbf" % kind)
+        csv_path, imported = os.path.join(folder, "rows.csv"), os.path.join(folder, "i%s.dbf" % kind)
+        lines = [",".join(f[0] for f in FIELDS)]
+        for r in (rows[0], rows[1], rows[3]):
+            day = r[5] and "%s-%s-%s" % (r[5][:4], r[5][4:6], r[5][6:])
+            lines.append(",".join(['"%s"' % r[0] if r[0] else ""] + r[1:5] + [day, r[6]]))
+        I.write(csv_path, "\n".join(lines) + "\n")
         I.output(tool, "dbf", "import-csv", csv_path, imported, "--schema", SCHEMA, "--codepage", argument)
         compare_with_modules(imported, encoding, FIELDS, expected, label + " (import-csv)")
 
-    # Columns added to and dropped from a table with records, the new column
-    # filled through Quillet (a fresh column holds zero bytes until set).
+    # Columns added to and dropped from a table with records.
     path = os.path.join(folder, "tansi.dbf")
-    I.output(tool, "dbf", "add-field", path, "EXTRA:N:8:1")
-    I.output(writer, "fill", path, "EXTRA", stdin="1.5\n-2\n\n")
+    I.output(tool, "dbf", "add-field", path, "EXTRA:N:8:1", "--value", "-1.5")
     I.output(tool, "dbf", "drop-field", path, "PRICE")
     fields = [f for f in FIELDS if f[0] != "PRICE"] + [("EXTRA", "N", 8, 1)]
-    expected = expected_for("Crème brûlée €5")
-    for record, extra in zip(expected, [1.5, -2.0, None]):
+    expected = rows_for(CODE_PAGES[0][5])[1]
+    for record in expected:
         del record["PRICE"]
-        record["EXTRA"] = extra
+        record["EXTRA"] = -1.5
     compare_with_modules(path, "cp1252", fields, expected, "added and dropped columns")
 
     # Records marked deleted by another program are packed away; records
     # deleted through the tool are gone when it returns.
-    with open(path, "rb") as f:
-        data = bytearray(f.read())
-    header_length = int.from_bytes(data[8:10], "little")
-    data[header_length] = ord("*")
-    with open(path, "wb") as f:
-        f.write(data)
+    data = bytearray(I.read(path))
+    data[int.from_bytes(data[8:10], "little")] = ord("*")
+    I.write(path, bytes(data))
     c.check(len(dbfread.DBF(path, encoding="cp1252").deleted) == 1, "pack: the mark did not take")
     I.output(tool, "dbf", "pack", path)
     table = dbfread.DBF(path, encoding="cp1252")

@@ -7,28 +7,21 @@ import glob
 import json
 import os
 import struct
-import sys
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import interop as I  # noqa: E402
-import shp_records as R  # noqa: E402
+import interop as I
+import shp_records as R
 
-tool, shpio = I.environment("shpio")
+tool, helper = I.environment()
 import shapefile  # noqa: E402
 
-samples = I.peer_samples()
 c = I.Checker()
 
 
 def raw_records(shp, shx):
     """Record contents cut out of the files by their index, read here without
     any library: {number: bytes}."""
-    with open(shp, "rb") as f:
-        data = f.read()
-    with open(shx, "rb") as f:
-        index = f.read()
-    stated = struct.unpack(">i", index[24:28])[0] * 2
-    count = (min(stated, len(index)) - 100) // 8
+    data, index = I.read(shp), I.read(shx)
+    count = (min(struct.unpack(">i", index[24:28])[0] * 2, len(index)) - 100) // 8
     out = {}
     for n in range(count):
         offset, length = struct.unpack(">ii", index[100 + 8 * n:108 + 8 * n])
@@ -37,9 +30,8 @@ def raw_records(shp, shx):
 
 
 checked = 0
-for shp in sorted(glob.glob(os.path.join(samples, "*.shp"))):
-    name = os.path.basename(shp)
-    shx = shp[:-4] + ".shx"
+for shp in sorted(glob.glob(os.path.join(I.shared_data(), "*.shp"))):
+    name, shx = os.path.basename(shp), shp[:-4] + ".shx"
     if not os.path.exists(shx):
         result = I.run(tool, "shp", "info", shp)
         c.check(result.returncode == 1 and "index file" in result.stderr,
@@ -50,12 +42,12 @@ for shp in sorted(glob.glob(os.path.join(samples, "*.shp"))):
         count = len(reader)
         # Through the index, as ShpFile reads them (not the file's sequence).
         theirs = [reader.shape(i) for i in range(count)]
-        header, records = R.dump(shpio, shp)
+        header, records = R.dump(helper, shp)
         c.check(header["type"] == reader.shapeType, name + ": shape type")
         c.check(header["count"] == count, name + ": %d records, module %d" % (header["count"], count))
         c.check(header["bbox"] == list(reader.bbox), name + ": extent")
         c.check(header["version"] == 1000, name + ": version")
-        for i, axis in enumerate(("zbox", "mbox")):
+        for axis in ("zbox", "mbox"):
             for ours, theirs_value in zip(header[axis], getattr(reader, axis)):
                 c.check(R.same_measure(ours, theirs_value), name + ": " + axis)
     info = json.loads(I.output(tool, "shp", "info", shp, "--json"))
@@ -63,8 +55,7 @@ for shp in sorted(glob.glob(os.path.join(samples, "*.shp"))):
             and info["extent"] == header["bbox"] and info["byte_order"] == "big", name + ": shp info disagrees")
     raw = raw_records(shp, shx)
     for n, shape in enumerate(theirs, start=1):
-        ours = records.get(n)
-        where = "%s record %d" % (name, n)
+        ours, where = records.get(n), "%s record %d" % (name, n)
         c.check(ours is not None, where + ": not readable through ShpFile")
         if ours is not None:
             c.check(ours == raw[n], where + ": bytes differ from the file's")

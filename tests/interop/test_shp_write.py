@@ -5,15 +5,12 @@ for byte, except the header fields the module fills by a choice of its own
 (see `masked`)."""
 
 import os
-import struct
-import sys
 import tempfile
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import interop as I  # noqa: E402
-import shp_records as R  # noqa: E402
+import interop as I
+import shp_records as R
 
-tool, shpio = I.environment("shpio")
+tool, helper = I.environment()
 import shapefile  # noqa: E402
 
 SQUARE = [(0, 0, 1, 10), (0, 4, 1, 11), (4, 4, 2, 12), (4, 0, 2, 13), (0, 0, 1, 10)]
@@ -40,31 +37,19 @@ CASES = {
 c = I.Checker()
 
 
-def points_of(shapes):
-    return [p for shape in shapes if shape for part in shape for p in part]
-
-
 def extents(shape_type, shapes):
     """x/y extent and z and m ranges over every point; 0, 0 for a measure the
     type does not have."""
-    points = points_of(shapes)
-    box = [min(p[0] for p in points), min(p[1] for p in points),
-           max(p[0] for p in points), max(p[1] for p in points)]
-    z = [min(p[2] for p in points), max(p[2] for p in points)] if R.has_z(shape_type) else [0.0, 0.0]
-    m = [min(p[3] for p in points), max(p[3] for p in points)] if R.has_m(shape_type) else [0.0, 0.0]
-    return box, z, m
+    points = [p for shape in shapes if shape for part in shape for p in part]
+    low, high = [min(p[k] for p in points) for k in range(4)], [max(p[k] for p in points) for k in range(4)]
+    return (low[:2] + high[:2], [low[2], high[2]] if R.has_z(shape_type) else [0.0, 0.0],
+            [low[3], high[3]] if R.has_m(shape_type) else [0.0, 0.0])
 
 
 def write_with_quillet(path, shape_type, shapes):
     box, z, m = extents(shape_type, shapes)
-    spec = struct.pack("<i8di", shape_type, *box, *z, *m, len(shapes))
-    for shape in shapes:
-        content = R.encode(shape_type, shape) if shape else b""
-        spec += struct.pack("<i", len(content)) + content
-    spec_path = path + ".spec"
-    with open(spec_path, "wb") as f:
-        f.write(spec)
-    I.output(shpio, "write", path, spec_path)
+    records = "".join((R.encode(shape_type, shape).hex() if shape else "") + "\n" for shape in shapes)
+    I.output(helper, "shp-write", path, str(shape_type), *("%.17g" % v for v in box + z + m), stdin=records)
 
 
 def write_with_module(path, shape_type, shapes):
@@ -121,10 +106,7 @@ with tempfile.TemporaryDirectory() as folder:
         check_read_back(name, ours, shape_type, shapes)
         write_with_module(module, shape_type, shapes)
         for extension in (".shp", ".shx"):
-            with open(ours[:-4] + extension, "rb") as f:
-                a = masked(f.read(), shape_type)
-            with open(module[:-4] + extension, "rb") as f:
-                b = masked(f.read(), shape_type)
+            a, b = (masked(I.read(path[:-4] + extension), shape_type) for path in (ours, module))
             c.check(a == b, "%s%s: differs from the module's file at byte %d (sizes %d, %d)"
                     % (name, extension, first_difference(a, b), len(a), len(b)))
 

@@ -9,13 +9,11 @@ CSV file."""
 import datetime
 import glob
 import os
-import sys
 import tempfile
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import interop as I  # noqa: E402
+import interop as I
 
-tool, _ = I.environment("dbf_write")
+tool, _ = I.environment()
 import dbfread  # noqa: E402
 import shapefile  # noqa: E402
 
@@ -26,7 +24,7 @@ except ImportError:
     ogr = None
     print("NOTE: the Python module osgeo (GDAL) is not installed: its checks are skipped")
 
-samples = I.peer_samples()
+samples = I.shared_data()
 c = I.Checker()
 
 
@@ -44,19 +42,14 @@ def gdal_features(path):
     """Each feature's fields and geometry as GDAL reads them, or None without GDAL."""
     if ogr is None:
         return None
-    source = ogr.Open(path)
-    layer = source.GetLayer(0)
-    features = []
-    for feature in layer:
-        geometry = feature.GetGeometryRef()
-        features.append((feature.items(), geometry.ExportToIsoWkt() if geometry else None))
-    return features
+    source = ogr.Open(path)  # the layer goes with its source
+    return [(feature.items(), feature.GetGeometryRef() and feature.GetGeometryRef().ExportToIsoWkt())
+            for feature in source.GetLayer(0)]
 
 
 def same_everywhere(label, source, copy, table=True):
-    """The copy reads as the source in every reader."""
-    if source.endswith(".shp"):
-        c.check(pyshp_features(copy) == pyshp_features(source), label + ": shapefile reads other shapes")
+    """The copy of a layer reads as the source in every reader."""
+    c.check(pyshp_features(copy) == pyshp_features(source), label + ": shapefile reads other shapes")
     if table:
         source_table, copy_table = source[:-4] + ".dbf", copy[:-4] + ".dbf"
         c.check(dbfread_rows(copy_table) == dbfread_rows(source_table), label + ": dbfread reads other rows")
@@ -95,7 +88,7 @@ def check_delete(name, shp):
 
 with tempfile.TemporaryDirectory() as folder:
     copied = 0
-    layers = sorted(path for path in glob.glob(os.path.join(samples, "*.shp")) if os.path.exists(path[:-4] + ".shx"))
+    layers = sorted(p for p in glob.glob(os.path.join(samples, "*.shp")) if os.path.exists(p[:-4] + ".shx"))
     for source in layers:
         name = os.path.basename(source)
         target = os.path.join(folder, name)
@@ -114,8 +107,7 @@ with tempfile.TemporaryDirectory() as folder:
     c.check(copied == len(layers) and copied > 0, "copied %d of %d sample layers" % (copied, len(layers)))
 
     csv_path = os.path.join(folder, "rows.csv")
-    with open(csv_path, "w", encoding="utf-8", newline="") as f:
-        f.write('NAME,COUNT,DAY,OK\n"Zürich, Stadt",12,2024-02-29,T\n,,,\nCafé,-7,1999-12-31,F\n')
+    I.write(csv_path, 'NAME,COUNT,DAY,OK\n"Zürich, Stadt",12,2024-02-29,T\n,,,\nCafé,-7,1999-12-31,F\n')
     imported = os.path.join(folder, "imported.dbf")
     I.output(tool, "dbf", "import-csv", csv_path, imported, "--schema", "NAME:C:16,COUNT:N:5,DAY:D:8,OK:L:1",
              "--codepage", "1252")

@@ -14,7 +14,7 @@
 namespace quillet {
 namespace {
 
-using Bytes = std::vector<unsigned char>;
+using test::Bytes;
 using Model = std::vector<std::optional<Bytes>>;
 
 enum OpKind { kAppend, kRewrite, kDelete, kCompact, kReopen, kRead, kOpKinds };
@@ -84,14 +84,15 @@ RC_GTEST_PROP(VFileProperty, BehavesLikeAVectorOfRecords, ()) {
                 RC_ASSERT(file.WriteNextRecord(data.data(), size) == static_cast<int32_t>(model.size()));
                 model.push_back(Stored(data, layout));
                 break;
-            case kRewrite:
+            case kRewrite: {
                 if (model.empty()) break;
                 RC_ASSERT(file.WriteRecord(n, data.data(), size));
                 // A new length moves the record to the end and deletes its old bytes.
-                deletions |= !model[static_cast<size_t>(n)] ||
-                             model[static_cast<size_t>(n)]->size() != Stored(data, layout).size();
-                model[static_cast<size_t>(n)] = Stored(data, layout);
+                auto& record = model[static_cast<size_t>(n)];
+                deletions |= !record || record->size() != Stored(data, layout).size();
+                record = Stored(data, layout);
                 break;
+            }
             case kDelete:
                 if (model.empty()) break;
                 RC_ASSERT(file.DeleteRecord(n));

@@ -1,16 +1,18 @@
 // The reader on index files written record by record: both header layouts and
-// byte orders, and bad content, where searches return what they can.
+// byte orders, and bad content, where searches return what they can. The
+// builder's big-endian double header is checked on disk in BinIndexBuilderTest.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <limits>
+#include <vector>
 
 #include "IndexTestSupport.h"
 #include "foundation/IEnvelope.h"
 #include "recordfile/VFile.h"
 #include "spatialindex/BinIndex.h"
-#include "support/TestSupport.h"
+#include "spatialindex/BinIndexFormat.h"
 
 namespace quillet::test {
 namespace {
@@ -36,20 +38,15 @@ void WriteRaw(const std::filesystem::path& path, const RawIndex& raw) {
     unsigned char header[BinIndexHeader::kDoubleLength];
     raw.header.EncodeTo(header, raw.userType, big);
     ASSERT_TRUE(file.WriteUserHeader(header, BinIndexHeader::LengthFor(raw.userType)));
-    std::vector<unsigned char> map(raw.bins.size() * BinMapEntry::kLength);
+    Bytes map(raw.bins.size() * BinMapEntry::kLength);
     for (size_t i = 0; i < raw.bins.size(); ++i) raw.bins[i].EncodeTo(&map[i * 8], big);
     auto mapLength = raw.mapLength < 0 ? static_cast<int32_t>(map.size()) : raw.mapLength;
-    if (mapLength > 0) {
-        ASSERT_TRUE(file.WriteRecord(0, map.data(), mapLength));
-    }
-    for (size_t r = 0; r < raw.records.size(); ++r) {
-        std::vector<unsigned char> bytes(
-            std::max<size_t>(4, raw.records[r].size() * BinFeatureRec::kLength));
-        for (size_t i = 0; i < raw.records[r].size(); ++i) {
-            raw.records[r][i].EncodeTo(&bytes[i * 8], big);
-        }
-        ASSERT_TRUE(file.WriteRecord(static_cast<int32_t>(r + 1), bytes.data(),
-                                     static_cast<int32_t>(bytes.size())));
+    ASSERT_TRUE(mapLength == 0 || file.WriteRecord(0, map.data(), mapLength));
+    for (int32_t r = 1; r <= static_cast<int32_t>(raw.records.size()); ++r) {
+        const auto& entries = raw.records[static_cast<size_t>(r - 1)];
+        Bytes bytes(std::max<size_t>(4, entries.size() * BinFeatureRec::kLength));
+        for (size_t i = 0; i < entries.size(); ++i) entries[i].EncodeTo(&bytes[i * 8], big);
+        ASSERT_TRUE(file.WriteRecord(r, bytes.data(), static_cast<int32_t>(bytes.size())));
     }
     ASSERT_TRUE(file.Close());
 }
@@ -163,6 +160,42 @@ TEST(BinIndexReaderTest, ShapeFilesOpenedAsIndexesDoNotMisbehave) {
         EXPECT_LE(index.GetBinCount(),
                   static_cast<int32_t>(std::filesystem::file_size(entry.path()) / 8));
     }
+}
+
+// The byte layouts of the header, entries and map pairs, in either byte order.
+TEST(BinIndexFormatTest, FloatHeaderFollowsTheFilesByteOrder) {
+    const BinIndexHeader header{3, WKSEnvelope{1, 2, 0.5, -1}};
+    for (bool bigEndian : {false, true}) {
+        Bytes out(20);
+        header.EncodeTo(out.data(), 0, bigEndian);
+        EXPECT_EQ(Bytes(out.begin(), out.begin() + 8), bigEndian
+                                                          ? (Bytes{0, 0, 0, 3, 0x3F, 0x80, 0, 0})
+                                                          : (Bytes{3, 0, 0, 0, 0, 0, 0x80, 0x3F}));
+        BinIndexHeader back;
+        back.DecodeFrom(out.data(), 7, bigEndian);
+        EXPECT_EQ(back.featureCount, 3);
+        const WKSEnvelope& e = back.extent;
+        EXPECT_TRUE(e.XMin == 1 && e.YMin == 2 && e.XMax == 0.5 && e.YMax == -1);
+    }
+}
+
+TEST(BinIndexFormatTest, EntriesAndMapPairs) {
+    Bytes out(8);
+    BinFeatureRec{GridBox{1, 2, 3, 4}, 0x01020304}.EncodeTo(out.data(), true);
+    EXPECT_EQ(out, (Bytes{1, 2, 3, 4, 1, 2, 3, 4}));
+    BinFeatureRec{GridBox{1, 2, 3, 4}, 0x01020304}.EncodeTo(out.data(), false);
+    EXPECT_EQ(out, (Bytes{1, 2, 3, 4, 4, 3, 2, 1}));
+    BinFeatureRec entry;
+    entry.DecodeFrom(out.data(), false);
+    EXPECT_EQ(entry.featureNumber, 0x01020304);
+    EXPECT_EQ(entry.box, (GridBox{1, 2, 3, 4}));
+
+    BinMapEntry{-1, 300}.EncodeTo(out.data(), true);
+    EXPECT_EQ(out, (Bytes{0xFF, 0xFF, 0xFF, 0xFF, 0, 0, 1, 0x2C}));
+    BinMapEntry pair;
+    pair.DecodeFrom(out.data(), true);
+    EXPECT_EQ(pair.first, -1);
+    EXPECT_EQ(pair.count, 300);
 }
 
 }  // namespace

@@ -12,11 +12,6 @@
 
 namespace quillet::test {
 
-std::wstring WidePath(const std::filesystem::path& path) {
-    std::string s = path.string();
-    return std::wstring(s.begin(), s.end());
-}
-
 bool BuildIndex(const std::filesystem::path& path, const Layer& layer) {
     BinIndexBuilder builder;
     Envelope extent(layer.extent);

@@ -11,11 +11,9 @@
 
 #include "foundation/WKSEnvelope.h"
 #include "spatialindex/BinIndex.h"
+#include "support/TestSupport.h"
 
 namespace quillet::test {
-
-// A path as the library takes it (the tests' paths are ASCII).
-std::wstring WidePath(const std::filesystem::path& path);
 
 // Feature n + 1 has box boxes[n]; an empty box is a null shape.
 struct Layer {

@@ -19,10 +19,7 @@ TempDir::~TempDir() {
     std::filesystem::remove_all(path_, ec);
 }
 
-std::wstring TempDir::Wide(const std::string& name) const {
-    std::string s = (path_ / name).string();
-    return std::wstring(s.begin(), s.end());
-}
+std::wstring TempDir::Wide(const std::string& name) const { return WidePath(path_ / name); }
 
 std::vector<std::string> TempDir::Files() const {
     std::vector<std::string> names;
@@ -33,12 +30,17 @@ std::vector<std::string> TempDir::Files() const {
     return names;
 }
 
-std::vector<unsigned char> ReadBytes(const std::filesystem::path& path) {
+std::wstring WidePath(const std::filesystem::path& path) {
+    std::string s = path.string();
+    return std::wstring(s.begin(), s.end());
+}
+
+Bytes ReadBytes(const std::filesystem::path& path) {
     std::ifstream in(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-void WriteBytes(const std::filesystem::path& path, const std::vector<unsigned char>& bytes) {
+void WriteBytes(const std::filesystem::path& path, const Bytes& bytes) {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
     if (!out) throw std::runtime_error("cannot write " + path.string());

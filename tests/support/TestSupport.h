@@ -31,8 +31,11 @@ private:
     std::filesystem::path path_;
 };
 
-std::vector<unsigned char> ReadBytes(const std::filesystem::path& path);
-void WriteBytes(const std::filesystem::path& path, const std::vector<unsigned char>& bytes);
+using Bytes = std::vector<unsigned char>;
+Bytes ReadBytes(const std::filesystem::path& path);
+void WriteBytes(const std::filesystem::path& path, const Bytes& bytes);
+// A path as the library takes it (the tests' paths are ASCII).
+std::wstring WidePath(const std::filesystem::path& path);
 
 // The read-only folder of sample files written by other programs, or an empty
 // path when the shared folder is not beside the repository.
