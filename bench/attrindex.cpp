@@ -72,11 +72,14 @@ constexpr int32_t kTextWidth = 20;
 
 // Keys spread over 0 .. 2^31 - 1, so that LMDB's unsigned integer keys
 // order as ours do.
-int32_t KeyOf(uint64_t draw) { return static_cast<int32_t>(draw >> 33); }
+int32_t KeyOf(uint64_t draw) {
+    return static_cast<int32_t>(draw >> 33);
+}
 
 std::string TextOf(uint64_t draw) {
     std::string text(kTextWidth, 'a');
-    for (int i = 0; i < kTextWidth; ++i, draw = draw * 6364136223846793005u + 1442695040888963407u) {
+    for (int i = 0; i < kTextWidth;
+         ++i, draw = draw * 6364136223846793005u + 1442695040888963407u) {
         text[static_cast<size_t>(i)] = static_cast<char>('a' + (draw >> 59) % 26);
     }
     return text;
@@ -141,7 +144,8 @@ double PeakAnonGrowthMiB(const std::function<void()>& work) {
 
 fs::path WorkDir() {
     static const fs::path dir = [] {
-        fs::path d = fs::temp_directory_path() / ("quillet-bench-attrindex-" + std::to_string(getpid()));
+        fs::path d =
+            fs::temp_directory_path() / ("quillet-bench-attrindex-" + std::to_string(getpid()));
         fs::create_directories(d);
         return d;
     }();
@@ -159,7 +163,9 @@ void Check(bool ok, const char* what) {
 
 // ---- our trees -------------------------------------------------------------
 
-fs::path StorePath(const std::string& name) { return WorkDir() / name; }
+fs::path StorePath(const std::string& name) {
+    return WorkDir() / name;
+}
 
 std::unique_ptr<MTIndex> OpenIndex(const fs::path& path, bool ng, quillet::MTDataType type,
                                    int32_t width, uint32_t disposition) {
@@ -205,7 +211,9 @@ public:
         Exec("PRAGMA synchronous=OFF; PRAGMA journal_mode=OFF; PRAGMA mmap_size=17179869184;");
     }
     ~Database() { sqlite3_close(db_); }
-    void Exec(const char* sql) { Check(sqlite3_exec(db_, sql, nullptr, nullptr, nullptr) == SQLITE_OK, sql); }
+    void Exec(const char* sql) {
+        Check(sqlite3_exec(db_, sql, nullptr, nullptr, nullptr) == SQLITE_OK, sql);
+    }
     sqlite3_stmt* Prepare(const char* sql) {
         sqlite3_stmt* statement = nullptr;
         Check(sqlite3_prepare_v2(db_, sql, -1, &statement, nullptr) == SQLITE_OK, sql);
@@ -226,7 +234,9 @@ int64_t Run(sqlite3_stmt* statement) {
     return rows;
 }
 
-void BindKey(sqlite3_stmt* statement, int32_t value) { sqlite3_bind_int(statement, 1, value); }
+void BindKey(sqlite3_stmt* statement, int32_t value) {
+    sqlite3_bind_int(statement, 1, value);
+}
 void BindKey(sqlite3_stmt* statement, const std::string& text) {
     sqlite3_bind_text(statement, 1, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
 }
@@ -250,7 +260,8 @@ public:
                   mdb_env_open(env_, dir.c_str(), MDB_NOSYNC | MDB_WRITEMAP, 0644) == 0,
               "cannot open LMDB");
         Begin();
-        Check(mdb_dbi_open(txn_, nullptr, MDB_CREATE | MDB_DUPSORT | MDB_INTEGERDUP | MDB_DUPFIXED | keyFlags,
+        Check(mdb_dbi_open(txn_, nullptr,
+                           MDB_CREATE | MDB_DUPSORT | MDB_INTEGERDUP | MDB_DUPFIXED | keyFlags,
                            &dbi_) == 0,
               "cannot open LMDB's database");
     }
@@ -279,12 +290,24 @@ private:
     MDB_dbi dbi_ = 0;
 };
 
-MDB_val ValOf(const int32_t& value) { return {4, const_cast<int32_t*>(&value)}; }
-MDB_val ValOf(const std::string& text) { return {text.size(), const_cast<char*>(text.data())}; }
-unsigned KeyFlagsOf(int32_t) { return MDB_INTEGERKEY; }
-unsigned KeyFlagsOf(const std::string&) { return 0; }
-const char* SqlTypeOf(int32_t) { return "INTEGER"; }
-const char* SqlTypeOf(const std::string&) { return "TEXT"; }
+MDB_val ValOf(const int32_t& value) {
+    return {4, const_cast<int32_t*>(&value)};
+}
+MDB_val ValOf(const std::string& text) {
+    return {text.size(), const_cast<char*>(text.data())};
+}
+unsigned KeyFlagsOf(int32_t) {
+    return MDB_INTEGERKEY;
+}
+unsigned KeyFlagsOf(const std::string&) {
+    return 0;
+}
+const char* SqlTypeOf(int32_t) {
+    return "INTEGER";
+}
+const char* SqlTypeOf(const std::string&) {
+    return "TEXT";
+}
 
 // ---- reporting ---------------------------------------------------------------------
 
@@ -307,8 +330,8 @@ struct Row {
 // ---- bulk loads ----------------------------------------------------------------------
 
 template <typename Key>
-double BulkLoadOurs(const DataSet<Key>& data, const fs::path& path, bool ng, quillet::MTDataType type,
-                    int32_t width) {
+double BulkLoadOurs(const DataSet<Key>& data, const fs::path& path, bool ng,
+                    quillet::MTDataType type, int32_t width) {
     return Seconds([&] {
         auto index = OpenIndex(path, ng, type, width, quillet::CREATE_ALWAYS);
         Check(index->StartBulkLoad(data.count) == quillet::S_OK, "StartBulkLoad");
@@ -325,7 +348,8 @@ template <typename Key>
 double BulkLoadDatabase(const DataSet<Key>& data, const fs::path& path) {
     return Seconds([&] {
         Database db(path, true);
-        db.Exec(("CREATE TABLE t(k " + std::string(SqlTypeOf(Key{})) + ", id INTEGER); BEGIN;").c_str());
+        db.Exec(("CREATE TABLE t(k " + std::string(SqlTypeOf(Key{})) + ", id INTEGER); BEGIN;")
+                    .c_str());
         sqlite3_stmt* insert = db.Prepare("INSERT INTO t VALUES(?, ?)");
         data.ForEach([&](const Key& k, int32_t id) { RunWith(insert, k, id); });
         sqlite3_finalize(insert);
@@ -383,7 +407,9 @@ void BulkLoadRow(benchmark::State& state, const DataSet<Key>& data, const std::s
     state.SetItemsProcessed(data.count);
 }
 
-void BM_BulkLoadLongs(benchmark::State& state) { BulkLoadRow(state, kLongs, "longs", quillet::MTLong, 4); }
+void BM_BulkLoadLongs(benchmark::State& state) {
+    BulkLoadRow(state, kLongs, "longs", quillet::MTLong, 4);
+}
 
 void BM_BulkLoadTexts(benchmark::State& state) {
     BulkLoadRow(state, kTexts, "texts", quillet::MTString, kTextWidth);
@@ -393,7 +419,9 @@ void BM_BulkLoadTexts(benchmark::State& state) {
 
 void BM_RandomInsertDelete(benchmark::State& state) {
     std::vector<Entry> inserts;
-    DataSet<int32_t>{99, kRandomOps, KeyOf}.ForEach([&](int32_t key, int32_t id) { inserts.push_back({key, id}); });
+    DataSet<int32_t>{99, kRandomOps, KeyOf}.ForEach([&](int32_t key, int32_t id) {
+        inserts.push_back({key, id});
+    });
     std::vector<Entry> deletes = inserts;
     std::shuffle(deletes.begin(), deletes.end(), std::mt19937_64(100));
     for (auto _ : state) {
@@ -556,7 +584,8 @@ void BM_RangeScans(benchmark::State& state) {
             MTSearch search;
             key.SetLong(low);
             index.Search(key, true, search);
-            while (search.Next(found, id) == quillet::S_OK && found.GetLong() <= high) ++seen[store];
+            while (search.Next(found, id) == quillet::S_OK && found.GetLong() <= high)
+                ++seen[store];
         }
     };
     work.sqlite = [&](Database& db) {
@@ -587,7 +616,9 @@ void BM_RangeScans(benchmark::State& state) {
     }
 }
 
-void Cleanup() { fs::remove_all(WorkDir()); }
+void Cleanup() {
+    fs::remove_all(WorkDir());
+}
 
 }  // namespace
 
@@ -595,10 +626,18 @@ BENCHMARK(BM_BulkLoadLongs)->Unit(benchmark::kSecond)->Iterations(1)->UseManualT
 BENCHMARK(BM_BulkLoadTexts)->Unit(benchmark::kSecond)->Iterations(1)->UseManualTime();
 BENCHMARK(BM_RandomInsertDelete)->Unit(benchmark::kSecond)->Iterations(1)->UseManualTime();
 BENCHMARK(BM_Lookups)->Unit(benchmark::kSecond)->Iterations(1)->UseManualTime();
-BENCHMARK(BM_RangeScans)->Name("BM_RangeScans/0.1%")->Args({1, 200})->Unit(benchmark::kMillisecond)
-    ->Iterations(1)->UseManualTime();
-BENCHMARK(BM_RangeScans)->Name("BM_RangeScans/10%")->Args({100, 5})->Unit(benchmark::kMillisecond)
-    ->Iterations(1)->UseManualTime();
+BENCHMARK(BM_RangeScans)
+    ->Name("BM_RangeScans/0.1%")
+    ->Args({1, 200})
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(1)
+    ->UseManualTime();
+BENCHMARK(BM_RangeScans)
+    ->Name("BM_RangeScans/10%")
+    ->Args({100, 5})
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(1)
+    ->UseManualTime();
 
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);

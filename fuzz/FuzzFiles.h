@@ -15,7 +15,8 @@ namespace quillet::fuzz {
 // A folder of this process's own, made on first use.
 inline const std::filesystem::path& Folder() {
     static const std::filesystem::path folder = [] {
-        std::string pattern = (std::filesystem::temp_directory_path() / "quillet-fuzz-XXXXXX").string();
+        std::string pattern =
+            (std::filesystem::temp_directory_path() / "quillet-fuzz-XXXXXX").string();
         if (!mkdtemp(pattern.data())) abort();
         return std::filesystem::path(pattern);
     }();

@@ -28,9 +28,11 @@ void Walk(quillet::MTIndex& index) {
     }
     FIDSet ids;
     for (int32_t k : {-5, 0, 7, 1000}) {
-        MTKey probe = IsStringType(index.GetDataType()) ? MTKey(k < 0 ? L"m" : L"b", false) : MTKey(k);
+        MTKey probe =
+            IsStringType(index.GetDataType()) ? MTKey(k < 0 ? L"m" : L"b", false) : MTKey(k);
         index.SearchKeyValue(probe, k);
-        if (index.Search(probe, k % 2 == 0, search) == S_OK) search.ReadTo(MTKey(k + 50), true, &ids);
+        if (index.Search(probe, k % 2 == 0, search) == S_OK)
+            search.ReadTo(MTKey(k + 50), true, &ids);
         if (index.Search(probe, true, search) == S_OK) {
             search.SkipTo(probe, true);
             search.ReadToEnd(&ids);
@@ -50,7 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const bool quiet = (SetDebugOutputSink([](const wchar_t*) {}), true);
     (void)quiet;
     if (size < 1) return 0;
-    static const MTDataType kTypes[] = {MTString, MTWString, MTShort, MTLong,
+    static const MTDataType kTypes[] = {MTString, MTWString, MTShort,  MTLong,
                                         MTInt64,  MTFloat,   MTDouble, MTDate};
     bool ng = data[0] & 1;
     MTDataType type = kTypes[(data[0] >> 1) & 7];

@@ -223,7 +223,8 @@ HRESULT MTIndex::WriteLevel(int32_t first, int32_t last, int32_t& levelLast) {
         }
         if (SUCCEEDED(hr)) hr = child.ReadNode(c);
         if (hr == S_OK && child.GetCount() < 1) hr = E_FAIL;
-        if (hr == S_OK) node.InsertEntry(node.GetCount(), child.GetKeyPtr(child.GetCount() - 1), c + 1);
+        if (hr == S_OK)
+            node.InsertEntry(node.GetCount(), child.GetKeyPtr(child.GetCount() - 1), c + 1);
     }
     levelLast = node.GetNodeIndex();
     if (FAILED(hr)) return hr;

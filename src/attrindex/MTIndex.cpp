@@ -61,7 +61,9 @@ MTIndex::MTIndex(MTDataType type, int32_t size, uint32_t codePage) : MTIndex() {
     SetDataType(type, size);
 }
 
-MTIndex::~MTIndex() { Close(); }
+MTIndex::~MTIndex() {
+    Close();
+}
 
 HRESULT MTIndex::SetDataType(MTDataType type, int32_t size) {
     if (type < MTNone || type > MTDateMap1) return E_INVALIDARG;
@@ -96,7 +98,8 @@ HRESULT MTIndex::SetDataType(IField* field, MTTypeMap map) {
             }
             return SetDataType(MTString, length);
         case qovaFieldTypeDate:
-            return SetDataType(map == MTTypeMap1 ? MTDateMap1 : (map == MTTypeMap2 ? MTDateMap2 : MTDate), 8);
+            return SetDataType(
+                map == MTTypeMap1 ? MTDateMap1 : (map == MTTypeMap2 ? MTDateMap2 : MTDate), 8);
         case qovaFieldTypeGUID:
         case qovaFieldTypeGlobalID: return SetDataType(MTString, length);
         default: return SetDataType(MTNone, 0);
@@ -108,7 +111,9 @@ void MTIndex::SetCodePage(uint32_t codePage) {
     codec_.Setup(type_, geometry_.keyWidth, codePage_);
 }
 
-void MTIndex::CalculateMaxKeys() { geometry_ = MTNodeGeometry::Older(geometry_.keyWidth); }
+void MTIndex::CalculateMaxKeys() {
+    geometry_ = MTNodeGeometry::Older(geometry_.keyWidth);
+}
 
 HRESULT MTIndex::Open(const wchar_t* path, uint32_t access, uint32_t share,
                       SECURITY_ATTRIBUTES* security, uint32_t disposition, uint32_t flags,
@@ -292,7 +297,8 @@ HRESULT MTIndex::SetFileLength(int64_t length) {
 
 unsigned char* MTIndex::GetSwapBuffer() {
     if (!swapBuffer_) {
-        swapBuffer_.reset(new (std::nothrow) unsigned char[static_cast<size_t>(geometry_.nodeSize)]);
+        swapBuffer_.reset(
+            new (std::nothrow) unsigned char[static_cast<size_t>(geometry_.nodeSize)]);
     }
     return swapBuffer_.get();
 }
@@ -321,7 +327,9 @@ HRESULT MTIndex::AssignNewNodeIndex(int32_t& nodeIndex) {
     return root.Commit();
 }
 
-HRESULT MTIndex::AddToFreeList(MTNode&) { return S_OK; }
+HRESULT MTIndex::AddToFreeList(MTNode&) {
+    return S_OK;
+}
 
 HRESULT MTIndex::PrepareToGrowTree(int32_t& first, int32_t& second) {
     HRESULT hr = AssignNewNodeIndex(first);

@@ -61,7 +61,9 @@ HRESULT MTIndexNG::Trailer::TypeOf(uint16_t word, MTDataType& type, int32_t& wid
     switch (word >> 13) {
         case kByteString: type = MTString; break;
         case kWideString: type = width % 2 == 0 ? MTWString : MTNone; break;
-        case kInteger: type = width == 2 ? MTShort : width == 4 ? MTLong : width == 8 ? MTInt64 : MTNone; break;
+        case kInteger:
+            type = width == 2 ? MTShort : width == 4 ? MTLong : width == 8 ? MTInt64 : MTNone;
+            break;
         case kFloat: type = width == 4 ? MTFloat : width == 8 ? MTDouble : MTNone; break;
         default: type = MTNone; break;
     }
@@ -69,14 +71,18 @@ HRESULT MTIndexNG::Trailer::TypeOf(uint16_t word, MTDataType& type, int32_t& wid
     return type == MTNone || (IsStringType(type) && !textWidthOk) ? E_UNEXPECTED : S_OK;
 }
 
-MTIndexNG::MTIndexNG() : MTIndex(kNodeSize) { CalculateMaxKeys(); }
+MTIndexNG::MTIndexNG() : MTIndex(kNodeSize) {
+    CalculateMaxKeys();
+}
 
 MTIndexNG::MTIndexNG(MTDataType type, int32_t size, uint32_t codePage) : MTIndexNG() {
     SetCodePage(codePage);
     SetDataType(type, size);
 }
 
-MTIndexNG::~MTIndexNG() { Close(); }
+MTIndexNG::~MTIndexNG() {
+    Close();
+}
 
 HRESULT MTIndexNG::Create(const wchar_t* path, IField* field) {
     if (!field) return E_POINTER;

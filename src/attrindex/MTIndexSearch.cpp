@@ -14,7 +14,9 @@ MTNode::Bound BoundOf(bool greater, bool exact) {
 }
 
 // A child that must exist: node 0 ("nothing") is a corrupt pointer here.
-HRESULT Required(HRESULT hr) { return hr == S_FALSE ? E_FAIL : hr; }
+HRESULT Required(HRESULT hr) {
+    return hr == S_FALSE ? E_FAIL : hr;
+}
 
 }  // namespace
 
@@ -110,7 +112,8 @@ HRESULT MTIndex::SearchKeyValue(const MTKey& key, int32_t id) {
 HRESULT MTIndex::Search(const MTKey& key, bool inclusive, MTSearch& search) {
     search.Invalidate();
     HRESULT hr = CheckKey(key);
-    if (SUCCEEDED(hr)) hr = DoSearchKey(key, 0, inclusive ? Descent::kInclusive : Descent::kGreater);
+    if (SUCCEEDED(hr))
+        hr = DoSearchKey(key, 0, inclusive ? Descent::kInclusive : Descent::kGreater);
     return hr == S_OK ? LoadSearch(CacheAt(levels_ - 1), search) : hr;
 }
 

@@ -41,7 +41,8 @@ HRESULT MTIndex::Spread(MTNode* const* sources, int32_t sourceCount, MTNode* con
         if (sizes[j] > geometry_.maxKeys) return E_UNEXPECTED;
         targets[j]->SetEntries(run.KeyAt(start), run.slots.data() + start, sizes[j]);
         // The leftmost child of a right neighbour repeats the last child left of it.
-        targets[j]->SetLeftmost(leftmost == 0 || j == 0 ? leftmost : run.slots[static_cast<size_t>(start - 1)]);
+        targets[j]->SetLeftmost(
+            leftmost == 0 || j == 0 ? leftmost : run.slots[static_cast<size_t>(start - 1)]);
     }
     for (int32_t j = 0; j < targetCount && SUCCEEDED(hr); ++j) hr = targets[j]->Commit();
     return hr;

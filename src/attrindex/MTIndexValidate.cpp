@@ -22,7 +22,9 @@ struct LevelList {
         hasSeparator.push_back(separator != nullptr);
         size_t at = separators.size();
         separators.resize(at + width);
-        if (separator) std::copy(separator, separator + width, separators.begin() + static_cast<ptrdiff_t>(at));
+        if (separator)
+            std::copy(separator, separator + width,
+                      separators.begin() + static_cast<ptrdiff_t>(at));
     }
     void SetLastSeparator(const unsigned char* separator, size_t width) {
         hasSeparator.back() = true;
@@ -81,7 +83,8 @@ HRESULT MTIndex::CheckTree(TreeCensus& census) {
             int32_t brother = j + 1 < level.nodes.size() ? level.nodes[j + 1] : 0;
             const wchar_t* fault = nullptr;
             if (node.IsLeaf() != leafLevel) {
-                fault = leafLevel ? L"node %d is not a leaf, at the leaf level" : L"node %d is a leaf above the leaf level";
+                fault = leafLevel ? L"node %d is not a leaf, at the leaf level"
+                                  : L"node %d is a leaf above the leaf level";
             } else if (node.GetBrother() != brother) {
                 fault = L"node %d does not link to the next node of its level";
             } else if (n != rootIndex_ && count < 1) {
@@ -90,7 +93,8 @@ HRESULT MTIndex::CheckTree(TreeCensus& census) {
                        node.CompareBytes(count - 1, &level.separators[j * width]) != 0) {
                 fault = L"node %d: the separator above it is not its last key";
             } else if (!leafLevel && j > 0 && node.GetLeftmost() != below.nodes.back()) {
-                fault = L"node %d: its leftmost child does not repeat its left brother's last child";
+                fault =
+                    L"node %d: its leftmost child does not repeat its left brother's last child";
             }
             for (int32_t i = 0; !fault && i < count; ++i) {
                 bool first = i == 0;
@@ -115,7 +119,8 @@ HRESULT MTIndex::CheckTree(TreeCensus& census) {
                 }
             }
             if (count > 0) {
-                std::copy(node.GetKeyPtr(count - 1), node.GetKeyPtr(count - 1) + width, previous.begin());
+                std::copy(node.GetKeyPtr(count - 1), node.GetKeyPtr(count - 1) + width,
+                          previous.begin());
                 previousId = node.GetId(count - 1);
                 havePrevious = true;
             }

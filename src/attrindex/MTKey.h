@@ -26,9 +26,9 @@ enum MTDataType : int32_t {
     MTInt64 = 5,
     MTFloat = 6,
     MTDouble = 7,
-    MTDate = 8,      // OLE date (double)
-    MTDateMap2 = 9,  // OLE date (double)
-    MTDateMap1 = 10, // OLE date (double)
+    MTDate = 8,       // OLE date (double)
+    MTDateMap2 = 9,   // OLE date (double)
+    MTDateMap1 = 10,  // OLE date (double)
 };
 
 // How MTIndex::SetDataType(IField*, MTTypeMap) turns a field into a key type.
@@ -41,7 +41,9 @@ enum MTTypeMap : int32_t {
 };
 
 // True for the types whose keys are text.
-constexpr bool IsStringType(MTDataType type) { return type == MTString || type == MTWString; }
+constexpr bool IsStringType(MTDataType type) {
+    return type == MTString || type == MTWString;
+}
 // True for the types whose keys hold an OLE date.
 constexpr bool IsDateType(MTDataType type) {
     return type == MTDate || type == MTDateMap1 || type == MTDateMap2;

@@ -32,8 +32,8 @@ void SwapEach(unsigned char* values, int32_t n) {
 // The baseline instruction set has no byte shuffle, so a second copy for
 // processors that have one is chosen at load time; it swaps a node several
 // times faster.
-__attribute__((target_clones("avx2", "default"))) void SwapValues(unsigned char* values,
-                                                                  int32_t n, int32_t width) {
+__attribute__((target_clones("avx2", "default"))) void SwapValues(unsigned char* values, int32_t n,
+                                                                  int32_t width) {
     switch (width) {
         case 2: SwapEach<uint16_t>(values, n); break;
         case 4: SwapEach<uint32_t>(values, n); break;
@@ -208,7 +208,9 @@ void MTNode::SetEntries(const unsigned char* keys, const int32_t* slots, int32_t
     Trim();
 }
 
-void MTNode::Delete() { DeleteEntry(cursor_); }
+void MTNode::Delete() {
+    DeleteEntry(cursor_);
+}
 
 void MTNode::DeleteEntry(int32_t i) {
     int32_t width = owner_->GetGeometry().keyWidth;

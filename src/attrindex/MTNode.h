@@ -42,9 +42,9 @@ class QUILLET_EXPORT MTNode {
 public:
     // Where a search places a cursor among a node's keys.
     enum Bound {
-        kFirstNotLess,     // first key >= search key (search comparison)
-        kFirstGreater,     // first key > search key (search comparison)
-        kFirstNotLessExact // first key >= search key, exactly (no tolerance)
+        kFirstNotLess,      // first key >= search key (search comparison)
+        kFirstGreater,      // first key > search key (search comparison)
+        kFirstNotLessExact  // first key >= search key, exactly (no tolerance)
     };
 
     explicit MTNode(MTIndex* owner = nullptr);
@@ -97,7 +97,8 @@ public:
     void SetCursor(int32_t i) { cursor_ = i; }
 
     unsigned char* GetKeyPtr(int32_t i) const {
-        return buffer_.get() + geometry_->keysOffset + static_cast<ptrdiff_t>(i) * geometry_->keyWidth;
+        return buffer_.get() + geometry_->keysOffset +
+               static_cast<ptrdiff_t>(i) * geometry_->keyWidth;
     }
 
     // The key at the cursor.

@@ -51,11 +51,17 @@ int64_t ToInteger(const MTKey& key) {
     return static_cast<int64_t>(v);
 }
 
-int Sign(long double a, long double b) { return a < b ? -1 : (a > b ? 1 : 0); }
+int Sign(long double a, long double b) {
+    return a < b ? -1 : (a > b ? 1 : 0);
+}
 
-int Sign(int64_t a, int64_t b) { return a < b ? -1 : (a > b ? 1 : 0); }
+int Sign(int64_t a, int64_t b) {
+    return a < b ? -1 : (a > b ? 1 : 0);
+}
 
-bool IsIntegerType(MTDataType type) { return type == MTShort || type == MTLong || type == MTInt64; }
+bool IsIntegerType(MTDataType type) {
+    return type == MTShort || type == MTLong || type == MTInt64;
+}
 
 // The first of `count` keys of type T that is not before `wanted`; integers
 // compare exactly as their widened values do, without the widening.
@@ -65,7 +71,8 @@ int32_t IntegerBound(const unsigned char* keys, int32_t count, int64_t wanted, b
     int32_t high = count;
     while (low < high) {
         int32_t mid = low + (high - low) / 2;
-        int64_t own = Load<T>(keys + static_cast<ptrdiff_t>(mid) * static_cast<ptrdiff_t>(sizeof(T)));
+        int64_t own =
+            Load<T>(keys + static_cast<ptrdiff_t>(mid) * static_cast<ptrdiff_t>(sizeof(T)));
         if (greater ? own <= wanted : own < wanted) {
             low = mid + 1;
         } else {
@@ -100,28 +107,50 @@ String MTNode::GetKeyAsString(bool stripPadding) const {
     return result;
 }
 
-int16_t MTNode::GetKeyAsShort() const { return Load<int16_t>(GetKeyPtr(cursor_)); }
-int32_t MTNode::GetKeyAsLong() const { return Load<int32_t>(GetKeyPtr(cursor_)); }
-int64_t MTNode::GetKeyAsInt64() const { return Load<int64_t>(GetKeyPtr(cursor_)); }
-float MTNode::GetKeyAsFloat() const { return Load<float>(GetKeyPtr(cursor_)); }
-double MTNode::GetKeyAsDouble() const { return Load<double>(GetKeyPtr(cursor_)); }
+int16_t MTNode::GetKeyAsShort() const {
+    return Load<int16_t>(GetKeyPtr(cursor_));
+}
+int32_t MTNode::GetKeyAsLong() const {
+    return Load<int32_t>(GetKeyPtr(cursor_));
+}
+int64_t MTNode::GetKeyAsInt64() const {
+    return Load<int64_t>(GetKeyPtr(cursor_));
+}
+float MTNode::GetKeyAsFloat() const {
+    return Load<float>(GetKeyPtr(cursor_));
+}
+double MTNode::GetKeyAsDouble() const {
+    return Load<double>(GetKeyPtr(cursor_));
+}
 
 HRESULT MTNode::SetKeyAsString(const wchar_t* text) {
     clean_ = false;
     return owner_->GetTextCodec().Encode(text, GetKeyPtr(cursor_));
 }
 
-void MTNode::SetKeyAsShort(int16_t value) { StoreAtCursor(value); }
+void MTNode::SetKeyAsShort(int16_t value) {
+    StoreAtCursor(value);
+}
 
-void MTNode::SetKeyAsLong(int32_t value) { StoreAtCursor(value); }
+void MTNode::SetKeyAsLong(int32_t value) {
+    StoreAtCursor(value);
+}
 
-void MTNode::SetKeyAsInt64(int64_t value) { StoreAtCursor(value); }
+void MTNode::SetKeyAsInt64(int64_t value) {
+    StoreAtCursor(value);
+}
 
-void MTNode::SetKeyAsFloat(float value) { StoreAtCursor(value); }
+void MTNode::SetKeyAsFloat(float value) {
+    StoreAtCursor(value);
+}
 
-void MTNode::SetKeyAsDouble(double value) { StoreAtCursor(value); }
+void MTNode::SetKeyAsDouble(double value) {
+    StoreAtCursor(value);
+}
 
-void MTNode::GetKey(MTKey& key) const { DecodeKey(GetKeyPtr(cursor_), key); }
+void MTNode::GetKey(MTKey& key) const {
+    DecodeKey(GetKeyPtr(cursor_), key);
+}
 
 void MTNode::DecodeKey(const unsigned char* p, MTKey& key) const {
     switch (owner_->GetDataType()) {
@@ -220,7 +249,7 @@ int MTNode::CompareBytes(int32_t i, const unsigned char* key) const {
     const unsigned char* p = GetKeyPtr(i);
     if (type == MTInt64) return Sign(Load<int64_t>(p), Load<int64_t>(key));
     long double a = Widened(i);
-    long double b = type == MTShort  ? Load<int16_t>(key)
+    long double b = type == MTShort   ? Load<int16_t>(key)
                     : type == MTLong  ? Load<int32_t>(key)
                     : type == MTFloat ? Load<float>(key)
                                       : Load<double>(key);

@@ -40,7 +40,9 @@ std::string KeyText(MTDataType type, const unsigned char* bytes, const KeyTextCo
         case MTShort: std::snprintf(number, sizeof number, "%hd", Load<int16_t>(bytes)); break;
         case MTLong: std::snprintf(number, sizeof number, "%" PRId32, Load<int32_t>(bytes)); break;
         case MTInt64: std::snprintf(number, sizeof number, "%" PRId64, Load<int64_t>(bytes)); break;
-        case MTFloat: std::snprintf(number, sizeof number, "%.15g", static_cast<double>(Load<float>(bytes))); break;
+        case MTFloat:
+            std::snprintf(number, sizeof number, "%.15g", static_cast<double>(Load<float>(bytes)));
+            break;
         default: std::snprintf(number, sizeof number, "%.15g", Load<double>(bytes)); break;
     }
     return number;
@@ -90,7 +92,8 @@ HRESULT MTIndex::Trace(wchar_t op, const MTKey& key, int32_t id) {
     std::string line = KeyText(type_, bytes, codec_);
     // A trace is for finding what went wrong, so each line reaches the file
     // at once.
-    if (std::fprintf(traceFile_, "%c,%s,%" PRId32 "\n", static_cast<char>(op), line.c_str(), id) < 0 ||
+    if (std::fprintf(traceFile_, "%c,%s,%" PRId32 "\n", static_cast<char>(op), line.c_str(), id) <
+            0 ||
         std::fflush(traceFile_) != 0) {
         Report(L"writing the trace failed");
         return E_FAIL;
@@ -114,7 +117,8 @@ HRESULT MTIndex::ReplayTrace(const wchar_t* path) {
         size_t comma = line.rfind(',');
         MTKey key;
         char* end = nullptr;
-        long long id = comma == std::string::npos ? 0 : std::strtoll(line.c_str() + comma + 1, &end, 10);
+        long long id =
+            comma == std::string::npos ? 0 : std::strtoll(line.c_str() + comma + 1, &end, 10);
         bool ok = line.size() > 2 && line[1] == ',' && comma > 1 && end && *end == '\0' &&
                   ParseKey(type_, line.substr(2, comma - 2), key);
         char op = line[0];
@@ -122,7 +126,8 @@ HRESULT MTIndex::ReplayTrace(const wchar_t* path) {
             Report(L"trace line %d is not an operation", number);
             hr = E_FAIL;
         } else {
-            hr = op == 'D' ? Delete(key, static_cast<int32_t>(id)) : Insert(key, static_cast<int32_t>(id));
+            hr = op == 'D' ? Delete(key, static_cast<int32_t>(id))
+                           : Insert(key, static_cast<int32_t>(id));
         }
     }
     tracing_ = wasTracing;

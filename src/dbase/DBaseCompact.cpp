@@ -19,8 +19,8 @@ bool DBase::RewriteTable(const std::vector<FieldRecord>& descriptors, int dropOf
     TableRewrite rewrite;
     int32_t written = -1;
     if (rewrite.Begin(header_, descriptors)) {
-        written = rewrite.CopyLiveRecords(*file_, header_.headerLength, header_.recordLength, dropOffset,
-                                          dropWidth, zeroBytes);
+        written = rewrite.CopyLiveRecords(*file_, header_.headerLength, header_.recordLength,
+                                          dropOffset, dropWidth, zeroBytes);
     }
     result.numRecords = written;
     result.StampToday();

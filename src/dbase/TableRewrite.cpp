@@ -28,8 +28,8 @@ bool TableRewrite::Begin(const DBaseHeaderRecord& header, const std::vector<DBas
     return out.Write(&kDBaseHeaderTerminator, 1) == 1;
 }
 
-int32_t TableRewrite::CopyLiveRecords(File& table, int64_t firstRecord, int recordLength, int dropOffset,
-                                      int dropWidth, int zeroBytes) {
+int32_t TableRewrite::CopyLiveRecords(File& table, int64_t firstRecord, int recordLength,
+                                      int dropOffset, int dropWidth, int zeroBytes) {
     if (!table.SeekEx(firstRecord, File::kBegin)) return -1;
     std::vector<char> in(static_cast<size_t>(recordLength));
     int outLength = recordLength - dropWidth + zeroBytes;

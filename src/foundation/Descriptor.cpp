@@ -35,7 +35,7 @@ bool WriteAt(int fd, const unsigned char* data, size_t n, int64_t at) {
 }
 
 bool LockWholeFile(int fd, bool exclusive) {
-    struct flock lock{};
+    struct flock lock {};
     lock.l_type = exclusive ? F_WRLCK : F_RDLCK;
     lock.l_whence = SEEK_SET;
     if (::fcntl(fd, F_OFD_SETLK, &lock) == 0) return true;

@@ -28,7 +28,7 @@ size_t PageRound(int64_t length) {
 }  // namespace
 
 bool HandleMapping::Map(int fd) {
-    struct stat st{};
+    struct stat st {};
     // Writing into a hole through the map on a full disk would fault.
     if (::fstat(fd, &st) != 0 || st.st_blocks * 512 < st.st_size) return false;
     size_t capacity = std::max(kFirstReach, PageRound(st.st_size));
@@ -94,7 +94,7 @@ bool HandleMapping::Extend(int64_t length) {
 
 bool HandleMapping::Resync() {
     int err = errno;
-    struct stat st{};
+    struct stat st {};
     if (::fstat(fd_, &st) == 0) length_ = st.st_size;
     Reach(length_);
     errno = err;

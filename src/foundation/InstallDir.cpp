@@ -76,7 +76,8 @@ std::vector<std::string> CandidateFolders() {
 void ReportNoTables(const std::vector<std::string>& folders) {
     static std::atomic<bool> reported{false};
     if (reported.exchange(true)) return;
-    std::string message = "quillet: no code page table folder (locale/codepage) found; looked in $QUILLET_HOME";
+    std::string message =
+        "quillet: no code page table folder (locale/codepage) found; looked in $QUILLET_HOME";
     for (const std::string& folder : folders) message += ", " + folder;
     message += "\n";
     OutputDebugStringW(utf8::Decode(message).c_str());

@@ -39,12 +39,14 @@ int Fail(uint32_t error) {
     return 0;
 }
 
-int FailFromErrno(int err) { return Fail(Win32ErrorFromErrno(err)); }
+int FailFromErrno(int err) {
+    return Fail(Win32ErrorFromErrno(err));
+}
 
 // The file's length, -1 with errno set on failure.
 int64_t LengthOf(const OpenFile& file) {
     if (file.mapping.IsMapped()) return file.mapping.Length();
-    struct stat st{};
+    struct stat st {};
     return ::fstat(file.fd, &st) == 0 ? st.st_size : -1;
 }
 
@@ -69,7 +71,7 @@ int OpenLocked(const std::string& path, int flags, bool exclusive) {
     // open; only regular files are taken.
     int fd = ::open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK, 0666);
     if (fd < 0) return -1;
-    struct stat st{};
+    struct stat st {};
     int err = ::fstat(fd, &st) != 0 ? errno : S_ISREG(st.st_mode) ? 0 : EISDIR;
     if (err == 0 && !LockWholeFile(fd, exclusive)) err = errno;
     if (err == 0) return fd;
@@ -92,13 +94,14 @@ HANDLE CreateFileW(const wchar_t* path, uint32_t access, uint32_t share, SECURIT
         Fail(ERROR_ACCESS_DENIED);
         return INVALID_HANDLE_VALUE;
     }
-    struct stat before{};
+    struct stat before {};
     bool existed = ::stat(native.c_str(), &before) == 0;
     bool writable = (access & GENERIC_WRITE) != 0;
     bool exclusive = writable && (share & (FILE_SHARE_READ | FILE_SHARE_WRITE)) == 0;
     int fd = OpenLocked(native, OpenFlags(access, disposition), exclusive);
     if (fd < 0) {
-        SetLastError(errno == EEXIST ? ERROR_FILE_EXISTS : Win32ErrorForPath(errno, native.c_str()));
+        SetLastError(errno == EEXIST ? ERROR_FILE_EXISTS
+                                     : Win32ErrorForPath(errno, native.c_str()));
         return INVALID_HANDLE_VALUE;
     }
     // Emptied only once the lock is held, so that a file in use elsewhere
@@ -157,9 +160,9 @@ int WriteFile(HANDLE handle, const void* buffer, uint32_t count, uint32_t* writt
 uint32_t SetFilePointer(HANDLE handle, int32_t distance, int32_t* distanceHigh, uint32_t method) {
     OpenFile* file = FileOf(handle);
     if (!file) return INVALID_SET_FILE_POINTER;
-    int64_t move = distanceHigh ? (static_cast<int64_t>(*distanceHigh) << 32) |
-                                      static_cast<uint32_t>(distance)
-                                : distance;
+    int64_t move =
+        distanceHigh ? (static_cast<int64_t>(*distanceHigh) << 32) | static_cast<uint32_t>(distance)
+                     : distance;
     int64_t base = 0;
     if (method == FILE_CURRENT) {
         base = file->position;
@@ -209,7 +212,8 @@ int FlushFileBuffers(HANDLE handle) {
     if (!file) return 0;
     if (FaultInjection::ShouldFail(FaultInjection::kFlush)) return Fail(ERROR_DISK_FULL);
     if (file->mapping.IsMapped() && !file->mapping.Sync()) return FailFromErrno(errno);
-    if (::fdatasync(file->fd) != 0 && errno != EINVAL && errno != EROFS) return FailFromErrno(errno);
+    if (::fdatasync(file->fd) != 0 && errno != EINVAL && errno != EROFS)
+        return FailFromErrno(errno);
     return 1;
 }
 

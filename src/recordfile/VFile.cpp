@@ -693,7 +693,8 @@ bool VFile::CompactFile() {
     if (!copy.Create(header_.userType, kReadWrite, true, kIndexed, header_.recordLength)) {
         return Fail(copy.GetLastError());
     }
-    bool ok = CopyLiveRecordsTo(copy) && copy.WriteUserHeader(header_.userHeader, kUserHeaderLength);
+    bool ok =
+        CopyLiveRecordsTo(copy) && copy.WriteUserHeader(header_.userHeader, kUserHeaderLength);
     if (!ok && copy.GetLastError() != File::kNoError) lastError_ = copy.GetLastError();
     ok = ok && CopyOver(copy);
     if (ok) {

@@ -55,7 +55,8 @@ std::string UnusedBytesFault(const std::wstring& path, const MTIndex& index) {
             return true;
         };
         size_t slotsEnd = 12 + 4 * static_cast<size_t>(g.idSlots);
-        size_t keysUsed = static_cast<size_t>(g.keysOffset) + static_cast<size_t>(count) * g.keyWidth;
+        size_t keysUsed =
+            static_cast<size_t>(g.keysOffset) + static_cast<size_t>(count) * g.keyWidth;
         bool ok = zeroFrom(12 + 4 * static_cast<size_t>(count), slotsEnd) &&
                   zeroFrom(slotsEnd, static_cast<size_t>(g.keysOffset)) &&
                   zeroFrom(keysUsed, static_cast<size_t>(g.nodeSize)) && (!free || zeroFrom(4, 12));

@@ -23,7 +23,8 @@ protected:
         std::wstring path = dir_.Wide(name);
         auto index = test::MakeIndex(kind);
         EXPECT_EQ(test::OpenIndex(*index, path, CREATE_ALWAYS), S_OK);
-        for (int i = 0; i < n; ++i) EXPECT_EQ(index->Insert(MTKey(static_cast<int32_t>(i)), i), S_OK);
+        for (int i = 0; i < n; ++i)
+            EXPECT_EQ(index->Insert(MTKey(static_cast<int32_t>(i)), i), S_OK);
         EXPECT_EQ(index->Close(), S_OK);
         return path;
     }
@@ -79,12 +80,12 @@ TEST_F(MTIndexFileTest, NextGenerationTrailer) {
         uint32_t value;
         HRESULT expected;
     } cases[] = {
-        {2, 2, E_UNEXPECTED},              // format mark
-        {6, 21, E_UNEXPECTED},             // levels
-        {18, 2, E_FAIL},                   // second mark
-        {0, 5 << 13 | 4, E_UNEXPECTED},    // key class
-        {0, 2 << 13 | 3, E_UNEXPECTED},    // integer width
-        {0, 0 << 13 | 0, E_UNEXPECTED},    // text of no width
+        {2, 2, E_UNEXPECTED},            // format mark
+        {6, 21, E_UNEXPECTED},           // levels
+        {18, 2, E_FAIL},                 // second mark
+        {0, 5 << 13 | 4, E_UNEXPECTED},  // key class
+        {0, 2 << 13 | 3, E_UNEXPECTED},  // integer width
+        {0, 0 << 13 | 0, E_UNEXPECTED},  // text of no width
     };
     for (const Case& c : cases) {
         Bytes changed = bytes;
@@ -168,8 +169,9 @@ TEST_F(MTIndexFileTest, AFileOfNoBytesNeedsAKeyType) {
     EXPECT_EQ(test::OpenIndex(older, path, OPEN_EXISTING), E_UNEXPECTED);
     EXPECT_EQ(Read(path).size(), 0u);
     MTIndex typed(MTLong, 4, 0);
-    EXPECT_EQ(typed.Open(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr),
-              HRESULT_FROM_WIN32(5));  // a read-only open cannot give it a root
+    EXPECT_EQ(
+        typed.Open(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr),
+        HRESULT_FROM_WIN32(5));  // a read-only open cannot give it a root
 }
 
 TEST_F(MTIndexFileTest, CorruptNodesFailWithTheirCodes) {
@@ -226,7 +228,8 @@ TEST(MTIndexRegressionTest, KeysAreFiledByTheFormTheNodeStores) {
     test::TempDir dir;
     MTIndexNG text(MTString, 4, 1252);
     ASSERT_EQ(test::OpenIndex(text, dir.Wide("t.idx"), CREATE_ALWAYS), S_OK);
-    for (const wchar_t* key : {L"a", L"\u65e5", L"z", L"@"}) ASSERT_EQ(text.Insert(MTKey(key, false), 1), S_OK);
+    for (const wchar_t* key : {L"a", L"\u65e5", L"z", L"@"})
+        ASSERT_EQ(text.Insert(MTKey(key, false), 1), S_OK);
     EXPECT_EQ(text.Insert(MTKey(L"?", false), 1), S_FALSE);  // what the character became
     EXPECT_EQ(text.Validate(), S_OK);
     EXPECT_EQ(text.SearchKeyValue(MTKey(L"\u65e5", false), 1), S_OK);

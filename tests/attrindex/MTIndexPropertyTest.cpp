@@ -29,7 +29,18 @@ using ModelKey = std::pair<long double, std::wstring>;
 using Entry = std::pair<ModelKey, int32_t>;
 using Model = std::set<Entry>;
 
-enum OpKind { kInsert, kDelete, kDeleteRun, kFind, kScan, kBulk, kTrace, kReopen, kEdges, kOpKinds };
+enum OpKind {
+    kInsert,
+    kDelete,
+    kDeleteRun,
+    kFind,
+    kScan,
+    kBulk,
+    kTrace,
+    kReopen,
+    kEdges,
+    kOpKinds
+};
 
 struct Op {
     int kind;
@@ -78,7 +89,7 @@ private:
         MTKey key = Key(k, text);
         if (!IsStringType(kind_.type)) return {key.GetWidened(), L""};
         size_t chars = static_cast<size_t>(kind_.type == MTWString ? index_->GetKeyWidth() / 2
-                                                                    : index_->GetKeyWidth());
+                                                                   : index_->GetKeyWidth());
         text.resize(std::min(text.size(), chars));
         while (!text.empty() && text.back() == L' ') text.pop_back();
         return {0, text};
@@ -108,7 +119,8 @@ private:
         for (int i = 0; i < op.count && !model_.empty(); ++i) {
             // Half of them present, half made up (and mostly absent).
             if (i % 2 == 0) {
-                DeleteEntry(*std::next(model_.begin(), (op.seed + i * 13) % static_cast<int>(model_.size())));
+                DeleteEntry(*std::next(model_.begin(),
+                                       (op.seed + i * 13) % static_cast<int>(model_.size())));
                 continue;
             }
             int k = KeyNumber(op.seed + 1, i);
@@ -203,7 +215,8 @@ private:
         ModelKey wanted = ModelOfKey(MTKey(key));
         if (IsStringType(kind_.type)) {
             std::wstring text = key.GetString();
-            text.resize(std::min<size_t>(text.size(), static_cast<size_t>(index_->GetTextCodec().GetCompareChars())));
+            text.resize(std::min<size_t>(
+                text.size(), static_cast<size_t>(index_->GetTextCodec().GetCompareChars())));
             while (!text.empty() && text.back() == L' ') text.pop_back();
             wanted = {0, text};
         }
@@ -303,7 +316,8 @@ private:
         int32_t id = 0;
         RC_ASSERT(search.Next(key, id) == S_FALSE);
         if (kind_.ng) {
-            RC_ASSERT(static_cast<size_t>(static_cast<MTIndexNG&>(index).GetEntryCount()) == model_.size());
+            RC_ASSERT(static_cast<size_t>(static_cast<MTIndexNG&>(index).GetEntryCount()) ==
+                      model_.size());
         }
     }
 
@@ -319,21 +333,24 @@ private:
 };
 
 rc::Gen<Op> GenOp() {
-    return rc::gen::build<Op>(rc::gen::set(&Op::kind, rc::gen::inRange(0, static_cast<int>(kOpKinds))),
-                              rc::gen::set(&Op::count, rc::gen::inRange(0, 400)),
-                              rc::gen::set(&Op::seed, rc::gen::inRange(0, 100000)),
-                              rc::gen::set(&Op::a, rc::gen::inRange(0, 1000)),
-                              rc::gen::set(&Op::b, rc::gen::inRange(0, 1000)));
+    return rc::gen::build<Op>(
+        rc::gen::set(&Op::kind, rc::gen::inRange(0, static_cast<int>(kOpKinds))),
+        rc::gen::set(&Op::count, rc::gen::inRange(0, 400)),
+        rc::gen::set(&Op::seed, rc::gen::inRange(0, 100000)),
+        rc::gen::set(&Op::a, rc::gen::inRange(0, 1000)),
+        rc::gen::set(&Op::b, rc::gen::inRange(0, 1000)));
 }
 
 RC_GTEST_PROP(MTIndexProperty, BehavesLikeAnOrderedSetOfEntries, ()) {
-    IndexKind kind{*rc::gen::element(MTString, MTWString, MTShort, MTLong, MTInt64, MTFloat,
-                                     MTDouble, MTDate),
-                   0, *rc::gen::arbitrary<bool>()};
+    IndexKind kind{
+        *rc::gen::element(MTString, MTWString, MTShort, MTLong, MTInt64, MTFloat, MTDouble, MTDate),
+        0, *rc::gen::arbitrary<bool>()};
     // The widest text keys give the smallest nodes (11 and 24 keys), so
     // that trees grow deep.
-    if (kind.type == MTString) kind.size = *rc::gen::weightedElement<int>({{1, 3}, {1, 20}, {4, 160}});
-    if (kind.type == MTWString) kind.size = *rc::gen::weightedElement<int>({{1, 2}, {1, 10}, {4, 80}});
+    if (kind.type == MTString)
+        kind.size = *rc::gen::weightedElement<int>({{1, 3}, {1, 20}, {4, 160}});
+    if (kind.type == MTWString)
+        kind.size = *rc::gen::weightedElement<int>({{1, 2}, {1, 10}, {4, 80}});
     // Narrow ranges give many equal keys and repeated (key, id) pairs.
     int keyRange = *rc::gen::element(7, 300, 5000);
     int idRange = *rc::gen::element(50, 100000);

@@ -141,11 +141,14 @@ TEST(ConverterBounds, LongOemTextsConvertWhole) {
 // page, so that a read past the terminator ends the test.
 class GuardedText {
 public:
-    explicit GuardedText(const std::string& bytes) : page_(static_cast<size_t>(sysconf(_SC_PAGESIZE))) {
-        void* base = mmap(nullptr, 2 * page_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    explicit GuardedText(const std::string& bytes)
+        : page_(static_cast<size_t>(sysconf(_SC_PAGESIZE))) {
+        void* base =
+            mmap(nullptr, 2 * page_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         if (base == MAP_FAILED) throw std::runtime_error("mmap failed");
         base_ = static_cast<char*>(base);
-        if (mprotect(base_ + page_, page_, PROT_NONE) != 0) throw std::runtime_error("mprotect failed");
+        if (mprotect(base_ + page_, page_, PROT_NONE) != 0)
+            throw std::runtime_error("mprotect failed");
         text_ = base_ + page_ - (bytes.size() + 1);
         std::memcpy(text_, bytes.c_str(), bytes.size() + 1);
     }
@@ -217,7 +220,8 @@ TEST_P(AsciiRuns, EveryRunLengthAndPlaceOfTheCharacter) {
                 text += static_cast<wchar_t>('a' + k);
             }
             GuardedText guarded(bytes);
-            SCOPED_TRACE("length " + std::to_string(length) + ", character at " + std::to_string(at));
+            SCOPED_TRACE("length " + std::to_string(length) + ", character at " +
+                         std::to_string(at));
             auto needed = static_cast<uint32_t>(text.size() + 1);
             auto plenty = static_cast<uint32_t>(bytes.size() + 1 + kGuard);
             EXPECT_EQ(Decode(page, guarded.c_str(), plenty).substr(0, needed), text + L'\0');

@@ -65,8 +65,8 @@ TEST(CodePageTables, AreNeverClearedByALaterCodePage) {
     EXPECT_TRUE(page.SetCodePage(1251u));
     EXPECT_EQ(EncodeChar(page, 0x100), 0x80);  // the reverse map only gains
     EXPECT_EQ(EncodeChar(page, 0x101), 0x81);
-    EXPECT_EQ(DecodeByte(page, 0x80), 0x80);   // the forward table is overwritten
-    EXPECT_TRUE(page.SetCodePage(1252u));      // the system's: nothing loaded
+    EXPECT_EQ(DecodeByte(page, 0x80), 0x80);  // the forward table is overwritten
+    EXPECT_TRUE(page.SetCodePage(1252u));     // the system's: nothing loaded
     EXPECT_EQ(DecodeByte(page, 0x81), 0x101);
 }
 
@@ -210,8 +210,9 @@ std::string Encode(const std::wstring& text, uint32_t size) {
 
 TEST(Utf8Encode, WritesUpToSixBytes) {
     std::wstring text = {L'a', 0xE9, 0x20AC, 0x10FFFF, 0x200000, 0x7FFFFFFF};
-    EXPECT_EQ(Encode(text, 24).c_str(), std::string("a\xC3\xA9\xE2\x82\xAC\xF4\x8F\xBF\xBF"
-                                                    "\xF8\x88\x80\x80\x80\xFD\xBF\xBF\xBF\xBF\xBF"));
+    EXPECT_EQ(Encode(text, 24).c_str(),
+              std::string("a\xC3\xA9\xE2\x82\xAC\xF4\x8F\xBF\xBF"
+                          "\xF8\x88\x80\x80\x80\xFD\xBF\xBF\xBF\xBF\xBF"));
 }
 
 TEST(Utf8Encode, CutsTheTextWhereASequenceDoesNotFit) {
@@ -265,7 +266,8 @@ TEST(EucTw, PlanesOneToThreeAgreeWithGlibc) {
                 wchar_t expected = IconvEucTw(cd, code);
                 std::wstring text = Decode(page, code);
                 ASSERT_EQ(text.size(), 1u);
-                EXPECT_EQ(text[0], expected ? expected : 0xFFFD) << plane << " " << row << " " << cell;
+                EXPECT_EQ(text[0], expected ? expected : 0xFFFD)
+                    << plane << " " << row << " " << cell;
                 if (!expected) continue;
                 ++checked;
                 // Plane 1 is written in its two-byte form.
@@ -282,7 +284,8 @@ TEST(EucTw, PlanesOneToThreeAgreeWithGlibc) {
         wchar_t expected = IconvEucTw(cd, "\x8E\xAF" + cells);
         EXPECT_EQ(Decode(page, "\x8E\xB0" + cells), std::wstring(1, expected ? expected : 0xFFFD));
         if (expected) {
-            EXPECT_EQ(Decode(page, Encode(page, std::wstring(1, expected))), std::wstring(1, expected));
+            EXPECT_EQ(Decode(page, Encode(page, std::wstring(1, expected))),
+                      std::wstring(1, expected));
         }
     }
     iconv_close(cd);
@@ -293,7 +296,8 @@ TEST(EucTw, ReplacesWhatItCannotDecodeOrEncode) {
     ScopedLocale taiwan(4, 886, 950, 950);
     CodePage page(CodePage::qovaCodePageISO);
     EXPECT_EQ(Decode(page, "\xC4\xA1\x80\xFEz\x8E\xA4\xA1\xA1"), L"\u4E00\uFFFD\uFFFDz\uFFFD");
-    EXPECT_EQ(Decode(page, "\xFE\xFE\x8E\xB0\xCB\xA1"), L"\uFFFD\uFFFD");  // between the extension ranges
+    EXPECT_EQ(Decode(page, "\xFE\xFE\x8E\xB0\xCB\xA1"),
+              L"\uFFFD\uFFFD");  // between the extension ranges
     EXPECT_EQ(Encode(page, L"a\u00E9\u4E00"), "a?\xC4\xA1");
 }
 
@@ -340,7 +344,7 @@ TEST_F(Arabic7, AlarabiReadsItsOwnIndexFile) {
     ScopedTableHome home;
     home.Write("alarabi7index.txt", "0\n199\n");  // 0x41 is alef
     CodePage page(448u);
-    EXPECT_EQ(Decode(page, "}AB"), L"\u0627");   // 0x42 has no letter: dropped
+    EXPECT_EQ(Decode(page, "}AB"), L"\u0627");  // 0x42 has no letter: dropped
     EXPECT_EQ(Encode(page, L"\u0627"), "}A");
 }
 

@@ -84,8 +84,10 @@ TEST_F(DBaseValues, NumberSetters) {
 TEST_F(DBaseValues, DatesAreCheckedOnlyForShape) {
     ExpectStored(kDay, {{L"2024-02-31", "20240231"},  // no calendar check
                         {L"2024-01-x1", "202401x1"},  // the last digit is never checked
-                        {L"2024\\07\\04", "20240704"}, {L"1999/12/3", nullptr},
-                        {L"2024-13-01", nullptr}, {L"2024-01-32", nullptr},
+                        {L"2024\\07\\04", "20240704"},
+                        {L"1999/12/3", nullptr},
+                        {L"2024-13-01", nullptr},
+                        {L"2024-01-32", nullptr},
                         {L"20240101", nullptr}});
     DBase::DateRec date = table_.GetFieldDate(kDay);
     EXPECT_EQ(std::wstring(date.year, 4) + std::wstring(date.month, 2) + std::wstring(date.day, 2),
@@ -96,8 +98,15 @@ TEST_F(DBaseValues, DatesAreCheckedOnlyForShape) {
 }
 
 TEST_F(DBaseValues, Logicals) {
-    ExpectStored(kFlag, {{L" ", "?"}, {L"?", "?"}, {L"f", "N"}, {L"0", "N"}, {L"True", "Y"},
-                         {L"y", "Y"}, {L"1", "Y"}, {L"x", nullptr}, {L"", nullptr}});
+    ExpectStored(kFlag, {{L" ", "?"},
+                         {L"?", "?"},
+                         {L"f", "N"},
+                         {L"0", "N"},
+                         {L"True", "Y"},
+                         {L"y", "Y"},
+                         {L"1", "Y"},
+                         {L"x", nullptr},
+                         {L"", nullptr}});
     EXPECT_TRUE(table_.SetFieldLogical(kFlag, true));
     EXPECT_TRUE(table_.GetFieldLogical(kFlag));
     EXPECT_EQ(table_.GetFieldInteger(kFlag), 1);
@@ -114,11 +123,16 @@ TEST_F(DBaseValues, GetValue) {
         const wchar_t* text;  // the value as text
     };
     const Case cases[] = {
-        {kName, L"ab", VT_BSTR, L"ab"}, {kShort, L"12", VT_I2, L"12"},
-        {kCount, L"123456", VT_I4, L"123456"}, {kCount, nullptr, VT_I4, L"0"},
-        {kPrice, L"2.5", VT_R4, L"2.5"}, {kBig, L"100000000000", VT_R8, L"100000000000"},
-        {kFloat, L"0.25", VT_R4, L"0.25"}, {kWideFloat, L"0.125", VT_R8, L"0.125"},
-        {kDay, L"2000-01-01", VT_DATE, L"2000-01-01"}, {kDay, nullptr, VT_NULL, nullptr},
+        {kName, L"ab", VT_BSTR, L"ab"},
+        {kShort, L"12", VT_I2, L"12"},
+        {kCount, L"123456", VT_I4, L"123456"},
+        {kCount, nullptr, VT_I4, L"0"},
+        {kPrice, L"2.5", VT_R4, L"2.5"},
+        {kBig, L"100000000000", VT_R8, L"100000000000"},
+        {kFloat, L"0.25", VT_R4, L"0.25"},
+        {kWideFloat, L"0.125", VT_R8, L"0.125"},
+        {kDay, L"2000-01-01", VT_DATE, L"2000-01-01"},
+        {kDay, nullptr, VT_NULL, nullptr},
         {kFlag, L"T", VT_I2, L"1"},
     };
     for (const Case& c : cases) {
@@ -145,8 +159,10 @@ TEST_F(DBaseValues, PutValueConvertsByFieldType) {
     const Case cases[] = {
         {kDay, Variant::Date(36526.5), "20000101"},  // the time of day is dropped
         {kFlag, Variant::I2(-1), "N"},               // VARIANT_TRUE is not 1
-        {kFlag, Variant::I2(1), "Y"}, {kPrice, Variant::R8(-0.5), "   -0.50"},
-        {kCount, Variant::I4(77), "       77"}, {kName, Variant::Bstr(L"xy"), "xy "},
+        {kFlag, Variant::I2(1), "Y"},
+        {kPrice, Variant::R8(-0.5), "   -0.50"},
+        {kCount, Variant::I4(77), "       77"},
+        {kName, Variant::Bstr(L"xy"), "xy "},
         {kPrice, Variant::Bstr(L"1"), "        "},  // a type the field does not take leaves it null
         {kName, Variant::I4(77), "   "},
     };
@@ -165,18 +181,22 @@ TEST(NumericText, LayoutOfCallerText) {
     };
     const Case cases[] = {
         {"-12.345", 'N', 8, 2, "  -12.34"},  // the fraction is cut, not rounded
-        {"7", 'N', 8, 2, "    7.00"}, {"12.", 'N', 8, 2, "   12.00"},
+        {"7", 'N', 8, 2, "    7.00"},
+        {"12.", 'N', 8, 2, "   12.00"},
         {"12.999", 'N', 6, 0, "    12"},
         {"12345", 'N', 5, 0, "12345"},  // a sign position only when there is room
-        {"1234", 'N', 5, 0, " 1234"}, {"123456789", 'N', 5, 0, "56789"},
+        {"1234", 'N', 5, 0, " 1234"},
+        {"123456789", 'N', 5, 0, "56789"},
         {"-0", 'N', 4, 0, "  -0"},              // every leading "-" counts
         {"1.23456", 'F', 10, 2, "   1.23456"},  // float fields keep their fraction
         {"3", 'F', 8, 2, "    3.00"},
         {"1.5e3", 'N', 8, 2, "   1.5e3"},  // exponent text is stored as it stands
         {"-1E10", 'F', 5, 0, "-1E10"},
         {"abc", 'N', 5, 0, "  abc"},  // only the marks are checked
-        {"1.5e300", 'N', 5, 0, nullptr}, {"1.2.3", 'N', 8, 2, nullptr},
-        {"1e5.0", 'N', 8, 2, nullptr}, {"1e5e6", 'N', 8, 2, nullptr},
+        {"1.5e300", 'N', 5, 0, nullptr},
+        {"1.2.3", 'N', 8, 2, nullptr},
+        {"1e5.0", 'N', 8, 2, nullptr},
+        {"1e5e6", 'N', 8, 2, nullptr},
     };
     for (const Case& c : cases) {
         std::string out(static_cast<size_t>(c.width), '#');
@@ -205,22 +225,40 @@ TEST(NumericText, LayoutNeverWritesPastTheField) {
 
 // The field forms are the C library's printf forms, cut to the width.
 TEST(NumericText, FormatsAsPrintf) {
-    const double values[] = {0.0, -0.0, 0.5, 2.5, -2.5, 1.0 / 3, -123.456, 1e-7, 9.9999999,
-                             99999.995, 1234567890123.0, -1e300, 4.9e-324, 1.7976931348623157e308,
-                             HUGE_VAL, -HUGE_VAL, NAN};
+    const double values[] = {0.0,
+                             -0.0,
+                             0.5,
+                             2.5,
+                             -2.5,
+                             1.0 / 3,
+                             -123.456,
+                             1e-7,
+                             9.9999999,
+                             99999.995,
+                             1234567890123.0,
+                             -1e300,
+                             4.9e-324,
+                             1.7976931348623157e308,
+                             HUGE_VAL,
+                             -HUGE_VAL,
+                             NAN};
     for (double value : values) {
         for (int width : {1, 5, 8, 9, 13, 19, 24, 40}) {
             for (int decimals : {0, 1, 3, 11, 15}) {
                 if (decimals >= width) continue;
                 char expected[512];
-                int length = std::snprintf(expected, sizeof expected, "%*.*f", width, decimals, value);
-                if (length > width) std::snprintf(expected, sizeof expected, "%*.*e", width, width - 8, value);
+                int length =
+                    std::snprintf(expected, sizeof expected, "%*.*f", width, decimals, value);
+                if (length > width)
+                    std::snprintf(expected, sizeof expected, "%*.*e", width, width - 8, value);
                 std::string out(static_cast<size_t>(width), '#');
                 numeric_text::FormatDouble(value, 'N', width, decimals, out.data());
-                EXPECT_EQ(out, std::string(expected, static_cast<size_t>(width))) << value << " " << width;
+                EXPECT_EQ(out, std::string(expected, static_cast<size_t>(width)))
+                    << value << " " << width;
                 std::snprintf(expected, sizeof expected, "%*.*e", width, width - 8, value);
                 numeric_text::FormatDouble(value, 'F', width, decimals, out.data());
-                EXPECT_EQ(out, std::string(expected, static_cast<size_t>(width))) << value << " " << width;
+                EXPECT_EQ(out, std::string(expected, static_cast<size_t>(width)))
+                    << value << " " << width;
             }
         }
     }
@@ -234,18 +272,46 @@ TEST(NumericText, FormatsAsPrintf) {
             std::snprintf(expected, sizeof expected, "%*d", width, value);
             std::string out(static_cast<size_t>(width), '#');
             numeric_text::FormatInteger(value, width, out.data());
-            EXPECT_EQ(out, std::string(expected, static_cast<size_t>(width))) << value << " " << width;
+            EXPECT_EQ(out, std::string(expected, static_cast<size_t>(width)))
+                << value << " " << width;
         }
     }
 }
 
 TEST(NumericText, ParsesExactlyAsStrtod) {
-    const char* texts[] = {
-        "  -12.34", "      ", "12ab", "0.1", "123456789012345", "9007199254740993",
-        "0.000000000000000000001", "  1.", ".5", "-0", "00000000000000000012.5", "3.14159265358979",
-        " +7 ", "1 2", "- 5", "1.2.3", "0x10", "1e5", "12345.678901234567", "1.25000e+02",
-        " 4.7500001e+01", "-1.5E-3", "1e22", "9e-23", "1e23", "1.5e", "1.5e+", "2e+400", "1e-30",
-        "123456789012345e7", "0.5e00001", ".e1", "1234567890123456789012345678901234567890"};
+    const char* texts[] = {"  -12.34",
+                           "      ",
+                           "12ab",
+                           "0.1",
+                           "123456789012345",
+                           "9007199254740993",
+                           "0.000000000000000000001",
+                           "  1.",
+                           ".5",
+                           "-0",
+                           "00000000000000000012.5",
+                           "3.14159265358979",
+                           " +7 ",
+                           "1 2",
+                           "- 5",
+                           "1.2.3",
+                           "0x10",
+                           "1e5",
+                           "12345.678901234567",
+                           "1.25000e+02",
+                           " 4.7500001e+01",
+                           "-1.5E-3",
+                           "1e22",
+                           "9e-23",
+                           "1e23",
+                           "1.5e",
+                           "1.5e+",
+                           "2e+400",
+                           "1e-30",
+                           "123456789012345e7",
+                           "0.5e00001",
+                           ".e1",
+                           "1234567890123456789012345678901234567890"};
     for (const char* text : texts) {
         double expected = std::strtod(text, nullptr);
         double parsed = numeric_text::Parse(text, static_cast<int>(std::strlen(text)));

@@ -204,9 +204,7 @@ RC_GTEST_PROP(BitSetProperty, BehavesLikeVectorOfBoolAndSurvivesExport, ()) {
                 if (bit >= 0 && bit < size) model.bits[static_cast<size_t>(bit)] = value;
                 break;
             }
-            default:
-                set = RoundTrip(set);
-                break;
+            default: set = RoundTrip(set); break;
         }
     }
     RequireSame(set, model);
@@ -251,7 +249,7 @@ TEST(BitSet, ImplausibleBlocksAreRecognised) {
         {{2, 64, 1, 5}, 7, false},  // the words do not fit
         {{2, 65, 1, 5}, 8, false},
         {{-1, 64, 1, 5}, 1 << 20, false},
-        {{2, 64, 1, -1}, 8, false},              // bits set but no highest
+        {{2, 64, 1, -1}, 8, false},                // bits set but no highest
         {{0x7FFFFFFF, 0, 0, -1}, 1 << 20, false},  // would overflow 32-bit arithmetic
     };
     for (const auto& c : cases) {

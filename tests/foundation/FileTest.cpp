@@ -127,7 +127,9 @@ RC_GTEST_PROP(FileProperty, BehavesLikeAByteVector, ()) {
             case 0: {
                 int64_t target = *rc::gen::inRange<int64_t>(0, length + 100);
                 auto method = static_cast<File::MoveMethod>(*rc::gen::inRange(0, 3));
-                int64_t from = method == File::kBegin ? 0 : method == File::kCurrent ? position : length;
+                int64_t from = method == File::kBegin     ? 0
+                               : method == File::kCurrent ? position
+                                                          : length;
                 RC_ASSERT(file.SeekEx(target - from, method));
                 position = target;
                 RC_ASSERT(file.GetPosition() == position);

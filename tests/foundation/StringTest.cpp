@@ -148,9 +148,10 @@ TEST(FileSystemPath, SplitsIntoFolderBaseNameAndExtension) {
     } cases[] = {
         {L"/data/roads.shp", L"/data", L"roads", L"shp"},
         {L"dir.v2/table.name.dbf", L"dir.v2", L"table.name", L"dbf"},
-        {L"dir.v2/table", L"dir.v2", L"table", L""},  // a dot in the folder only
+        {L"dir.v2/table", L"dir.v2", L"table", L""},    // a dot in the folder only
         {L"/home/.config", L"/home", L".config", L""},  // hidden
-        {L"freelist", L"", L"freelist", L""}, {L"/top.dbf", L"/", L"top", L"dbf"},
+        {L"freelist", L"", L"freelist", L""},
+        {L"/top.dbf", L"/", L"top", L"dbf"},
         {L"a.", L"", L"a", L""},
     };
     for (const auto& c : cases) {
@@ -214,22 +215,44 @@ TEST(PatternMatch, WildcardsAtEveryPosition) {
         bool match;
     } cases[] = {
         // Literal patterns match the whole text only, without case folding.
-        {L"abc", L"abc", true}, {L"abc", L"ab", false}, {L"ab", L"abc", false},
-        {L"ABC", L"abc", false}, {L"", L"", true}, {L"a%b", L"a%b", true},
-        {nullptr, L"%", true}, {nullptr, L"_", false}, {L"", nullptr, true}, {L"x", nullptr, false},
+        {L"abc", L"abc", true},
+        {L"abc", L"ab", false},
+        {L"ab", L"abc", false},
+        {L"ABC", L"abc", false},
+        {L"", L"", true},
+        {L"a%b", L"a%b", true},
+        {nullptr, L"%", true},
+        {nullptr, L"_", false},
+        {L"", nullptr, true},
+        {L"x", nullptr, false},
         // "%" matches any run, the empty one too.
-        {L"", L"%%", true}, {L"xxabc", L"%abc", true}, {L"abcx", L"%abc", false},
-        {L"abcxx", L"abc%", true}, {L"xabc", L"abc%", false}, {L"ac", L"a%c", true},
+        {L"", L"%%", true},
+        {L"xxabc", L"%abc", true},
+        {L"abcx", L"%abc", false},
+        {L"abcxx", L"abc%", true},
+        {L"xabc", L"abc%", false},
+        {L"ac", L"a%c", true},
         {L"abcbc", L"a%bc", true},  // needs a retry after a false start
-        {L"abcb", L"a%bc", false}, {L"mississippi", L"%iss%ppi", true},
+        {L"abcb", L"a%bc", false},
+        {L"mississippi", L"%iss%ppi", true},
         // "_" matches exactly one character.
-        {L"abc", L"_bc", true}, {L"abc", L"a_c", true}, {L"abc", L"ab_", true},
-        {L"abc", L"____", false}, {L"abc", L"__", false}, {L"", L"_", false},
+        {L"abc", L"_bc", true},
+        {L"abc", L"a_c", true},
+        {L"abc", L"ab_", true},
+        {L"abc", L"____", false},
+        {L"abc", L"__", false},
+        {L"", L"_", false},
         {L"\u00e9t\u00e9", L"_t_", true},
         // Both together.
-        {L"abxcyyy", L"ab_c%", true}, {L"abc", L"ab_c%", false}, {L"aXXbYc", L"a%b_c", true},
-        {L"aXXbc", L"a%b_c", false}, {L"xb", L"%_b", true}, {L"b", L"%_b", false},
-        {L"", L"%_%", false}, {L"ab", L"_%_", true}, {L"a", L"_%_", false},
+        {L"abxcyyy", L"ab_c%", true},
+        {L"abc", L"ab_c%", false},
+        {L"aXXbYc", L"a%b_c", true},
+        {L"aXXbc", L"a%b_c", false},
+        {L"xb", L"%_b", true},
+        {L"b", L"%_b", false},
+        {L"", L"%_%", false},
+        {L"ab", L"_%_", true},
+        {L"a", L"_%_", false},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(Like(c.text, c.pattern), c.match)

@@ -259,7 +259,8 @@ struct Outcome {
     bool operator==(const Outcome&) const = default;
     friend std::ostream& operator<<(std::ostream& os, const Outcome& o) {
         os << o.result << " error " << o.error << " [" << std::hex;
-        for (auto unit : o.dst) os << ' ' << static_cast<uint32_t>(static_cast<std::make_unsigned_t<Out>>(unit));
+        for (auto unit : o.dst)
+            os << ' ' << static_cast<uint32_t>(static_cast<std::make_unsigned_t<Out>>(unit));
         return os << std::dec << " ]";
     }
 };
@@ -277,7 +278,8 @@ Outcome<Out> ThroughIconv(const char* to, const char* from, const std::basic_str
     size_t outLeft = room * sizeof(Out);
     Outcome<Out> outcome{0, 0, {}};
     while (inLeft > 0 || outcome.error == 0) {
-        size_t result = inLeft > 0 ? iconv(cd, &in, &inLeft, &out, &outLeft) : iconv(cd, nullptr, nullptr, &out, &outLeft);
+        size_t result = inLeft > 0 ? iconv(cd, &in, &inLeft, &out, &outLeft)
+                                   : iconv(cd, nullptr, nullptr, &out, &outLeft);
         if (result != kFailed && inLeft == 0) break;
         if (result != kFailed) continue;
         if (errno == E2BIG || (!strict && outLeft == 0)) {
@@ -301,7 +303,9 @@ Outcome<Out> ThroughIconv(const char* to, const char* from, const std::basic_str
     return outcome;
 }
 
-std::string IconvName(uint32_t codePage) { return "CP" + std::to_string(codePage); }
+std::string IconvName(uint32_t codePage) {
+    return "CP" + std::to_string(codePage);
+}
 
 rc::Gen<std::string> MixedBytes() {
     // Mostly ASCII words, with lead bytes, trail bytes of either half and
@@ -322,8 +326,8 @@ RC_GTEST_PROP(DoubleByteCodePage, DecodesAsIconvInOneRun, ()) {
     auto room = *rc::gen::inRange<size_t>(0, bytes.size() + 2);
     uint32_t flags = strict ? MB_ERR_INVALID_CHARS : 0;
 
-    auto whole = ThroughIconv<char, wchar_t>("WCHAR_T", IconvName(codePage).c_str(), bytes, 4 * bytes.size(),
-                                             strict, L'\uFFFD');
+    auto whole = ThroughIconv<char, wchar_t>("WCHAR_T", IconvName(codePage).c_str(), bytes,
+                                             4 * bytes.size(), strict, L'\uFFFD');
     int n = static_cast<int>(bytes.size());
     SetLastError(0);
     RC_ASSERT(MultiByteToWideChar(codePage, flags, bytes.data(), n, nullptr, 0) == whole.result);
@@ -331,20 +335,21 @@ RC_GTEST_PROP(DoubleByteCodePage, DecodesAsIconvInOneRun, ()) {
 
     Outcome<wchar_t> ours{0, 0, std::wstring(room, L'#')};
     SetLastError(0);
-    ours.result = MultiByteToWideChar(codePage, flags, bytes.data(), n, room ? ours.dst.data() : nullptr,
-                                      static_cast<int>(room));
+    ours.result = MultiByteToWideChar(codePage, flags, bytes.data(), n,
+                                      room ? ours.dst.data() : nullptr, static_cast<int>(room));
     ours.error = GetLastError();
     if (room == 0) return;  // a count, as above
-    RC_ASSERT(ours == (ThroughIconv<char, wchar_t>("WCHAR_T", IconvName(codePage).c_str(), bytes, room, strict,
-                                                   L'\uFFFD')));
+    RC_ASSERT(ours == (ThroughIconv<char, wchar_t>("WCHAR_T", IconvName(codePage).c_str(), bytes,
+                                                   room, strict, L'\uFFFD')));
 }
 
 RC_GTEST_PROP(DoubleByteCodePage, EncodesAsIconvInOneRun, ()) {
     uint32_t codePage = *rc::gen::elementOf(kCodePages);
     // Characters of the code page come from decoding pairs of bytes.
-    std::string pairs = *rc::gen::container<std::string>(rc::gen::cast<char>(rc::gen::inRange(0x81, 0xFF)));
-    auto decoded = ThroughIconv<char, wchar_t>("WCHAR_T", IconvName(codePage).c_str(), pairs, 2 * pairs.size(),
-                                               false, L'\uFFFD');
+    std::string pairs =
+        *rc::gen::container<std::string>(rc::gen::cast<char>(rc::gen::inRange(0x81, 0xFF)));
+    auto decoded = ThroughIconv<char, wchar_t>("WCHAR_T", IconvName(codePage).c_str(), pairs,
+                                               2 * pairs.size(), false, L'\uFFFD');
     std::vector<wchar_t> pool(decoded.dst.begin(), decoded.dst.begin() + decoded.result);
     pool.insert(pool.end(), {L'a', L'z', L'\0', L'\u00C5', L'\u20AC', static_cast<wchar_t>(0x1F600),
                              static_cast<wchar_t>(0xD800), static_cast<wchar_t>(0x7FFFFFFF)});
@@ -356,12 +361,13 @@ RC_GTEST_PROP(DoubleByteCodePage, EncodesAsIconvInOneRun, ()) {
     Outcome<char> ours{0, 0, std::string(room, '#')};
     int usedDefault = -1;
     SetLastError(0);
-    ours.result = WideCharToMultiByte(codePage, strict ? WC_ERR_INVALID_CHARS : 0, text.data(), static_cast<int>(text.size()),
-                                      room ? ours.dst.data() : nullptr, static_cast<int>(room), nullptr,
-                                      &usedDefault);
+    ours.result = WideCharToMultiByte(
+        codePage, strict ? WC_ERR_INVALID_CHARS : 0, text.data(), static_cast<int>(text.size()),
+        room ? ours.dst.data() : nullptr, static_cast<int>(room), nullptr, &usedDefault);
     ours.error = GetLastError();
     size_t iconvRoom = room ? room : 2 * text.size();
-    auto expected = ThroughIconv<wchar_t, char>(IconvName(codePage).c_str(), "WCHAR_T", text, iconvRoom, strict, '?');
+    auto expected = ThroughIconv<wchar_t, char>(IconvName(codePage).c_str(), "WCHAR_T", text,
+                                                iconvRoom, strict, '?');
     if (room == 0) {
         RC_ASSERT(ours.result == expected.result);
         return;

@@ -122,11 +122,17 @@ TEST(VariantChangeType, CurrencyIsScaledByTenThousand) {
 
 TEST(VariantChangeType, NumbersToTextUseThePointAndSignificantDigits) {
     const std::pair<Variant, const wchar_t*> cases[] = {
-        {Variant::I2(-42), L"-42"}, {Variant::I4(2147483647), L"2147483647"},
-        {Variant::R8(0.1), L"0.1"}, {Variant::R8(1.0 / 3), L"0.333333333333333"},
-        {Variant::R8(1e20), L"1E+20"}, {Variant::R8(1.5e-5), L"1.5E-05"},
-        {Variant::R8(123456.0), L"123456"}, {Variant::R4(0.1f), L"0.1"},
-        {Variant::R4(1.0f / 3), L"0.3333333"}, {Bool(true), L"-1"}, {Variant(), L""},
+        {Variant::I2(-42), L"-42"},
+        {Variant::I4(2147483647), L"2147483647"},
+        {Variant::R8(0.1), L"0.1"},
+        {Variant::R8(1.0 / 3), L"0.333333333333333"},
+        {Variant::R8(1e20), L"1E+20"},
+        {Variant::R8(1.5e-5), L"1.5E-05"},
+        {Variant::R8(123456.0), L"123456"},
+        {Variant::R4(0.1f), L"0.1"},
+        {Variant::R4(1.0f / 3), L"0.3333333"},
+        {Bool(true), L"-1"},
+        {Variant(), L""},
     };
     for (const auto& [value, text] : cases) EXPECT_EQ(AsText(value), text);
     EXPECT_EQ(AsText(Bool(true), VARIANT_ALPHABOOL), L"True");
@@ -151,8 +157,10 @@ TEST(VariantChangeType, TextToNumbersTakesTheInvariantFormOnly) {
 }
 
 TEST(VariantChangeType, DatesToTextAndBack) {
-    for (auto [date, text] : {std::pair{36526.0, L"2000-01-01"}, {36526.75, L"2000-01-01 18:00:00"},
-                              {0.5, L"12:00:00"}, {-1.25, L"1899-12-29 06:00:00"}}) {
+    for (auto [date, text] : {std::pair{36526.0, L"2000-01-01"},
+                              {36526.75, L"2000-01-01 18:00:00"},
+                              {0.5, L"12:00:00"},
+                              {-1.25, L"1899-12-29 06:00:00"}}) {
         EXPECT_EQ(AsText(Variant::Date(date)), text);
         EXPECT_EQ(Converted(Variant::Bstr(text), VT_DATE).date, date) << text;
     }
@@ -270,8 +278,10 @@ TEST(OleDate, FractionsRoundToTheSecondOnTheWayOut) {
     const double second = 1.0 / 86400;
     const std::pair<DATE, const char*> cases[] = {
         // Between -1 and 0 the day is day 0: -0.5 and 0.5 are the same moment.
-        {-0.5, "1899-12-30 12:00:00.000 dow6"}, {0.5, "1899-12-30 12:00:00.000 dow6"},
-        {-657434.5, "100-01-01 12:00:00.000 dow5"}, {2958465.999, "9999-12-31 23:58:34.000 dow5"},
+        {-0.5, "1899-12-30 12:00:00.000 dow6"},
+        {0.5, "1899-12-30 12:00:00.000 dow6"},
+        {-657434.5, "100-01-01 12:00:00.000 dow5"},
+        {2958465.999, "9999-12-31 23:58:34.000 dow5"},
         {36526 + 1.4 * second, "2000-01-01 00:00:01.000 dow6"},
         {36526 + 1.6 * second, "2000-01-01 00:00:02.000 dow6"},
         // Rounding up at the end of a day moves to the next day, also for
@@ -279,7 +289,9 @@ TEST(OleDate, FractionsRoundToTheSecondOnTheWayOut) {
         {36526 - 0.2 * second, "2000-01-01 00:00:00.000 dow6"},
         {36525 + 86399.7 * second, "2000-01-01 00:00:00.000 dow6"},
         {-1 - 86399.7 * second, "1899-12-30 00:00:00.000 dow6"},
-        {-657435.0, "invalid"}, {2958466.0, "invalid"}, {std::nan(""), "invalid"},
+        {-657435.0, "invalid"},
+        {2958466.0, "invalid"},
+        {std::nan(""), "invalid"},
         {2958465 + 86399.9 * second, "invalid"},  // rounds into year 10000
     };
     for (auto [date, text] : cases) EXPECT_EQ(Describe(date), text) << date;

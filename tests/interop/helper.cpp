@@ -48,7 +48,8 @@ bool SetValue(DBase& table, int field, const std::string& value) {
     if (value.empty()) return table.SetFieldNull(field);
     switch (table.GetFieldType(field)) {
         case DBase::qovaNumeric:
-            if (table.GetFieldDecimals(field) == 0) return table.SetFieldInteger(field, std::atoi(value.c_str()));
+            if (table.GetFieldDecimals(field) == 0)
+                return table.SetFieldInteger(field, std::atoi(value.c_str()));
             return table.SetFieldDouble(field, std::atof(value.c_str()));
         case DBase::qovaFloat:
             return table.SetFieldFloat(field, static_cast<float>(std::atof(value.c_str())));
@@ -59,10 +60,8 @@ bool SetValue(DBase& table, int field, const std::string& value) {
             std::copy(value.begin() + 6, value.begin() + 8, date.day);
             return table.SetFieldDate(field, date);
         }
-        case DBase::qovaLogical:
-            return table.SetFieldLogical(field, value == "T");
-        default:
-            return table.SetFieldString(field, String::FromUtf8(value));
+        case DBase::qovaLogical: return table.SetFieldLogical(field, value == "T");
+        default: return table.SetFieldString(field, String::FromUtf8(value));
     }
 }
 
@@ -82,18 +81,23 @@ int CreateTable(const std::string& path, const std::string& kind, const std::str
         widths.push_back(std::atoi(parts[2].c_str()));
         decimals.push_back(parts.size() > 3 ? std::atoi(parts[3].c_str()) : 0);
     }
-    if (!table.AddColumns(names, types.data(), widths.data(), decimals.data())) return Fail("bad schema", &table);
-    if (!table.Open(false, false, CodePage::qovaCodePageDefault)) return Fail("cannot open", &table);
+    if (!table.AddColumns(names, types.data(), widths.data(), decimals.data()))
+        return Fail("bad schema", &table);
+    if (!table.Open(false, false, CodePage::qovaCodePageDefault))
+        return Fail("cannot open", &table);
     std::string line;
     while (std::getline(std::cin, line)) {
         if (line.rfind("DELETE ", 0) == 0) {
-            if (!table.DeleteRecord(std::atoi(line.c_str() + 7))) return Fail("cannot delete", &table);
+            if (!table.DeleteRecord(std::atoi(line.c_str() + 7)))
+                return Fail("cannot delete", &table);
             continue;
         }
         if (!table.AddRecord()) return Fail("cannot add a record", &table);
         auto values = Split(line, '\t');
-        for (int field = 0; field < static_cast<int>(values.size()) && field < table.GetNumFields(); ++field) {
-            if (!SetValue(table, field, values[static_cast<size_t>(field)])) return Fail("bad value " + line, &table);
+        for (int field = 0; field < static_cast<int>(values.size()) && field < table.GetNumFields();
+             ++field) {
+            if (!SetValue(table, field, values[static_cast<size_t>(field)]))
+                return Fail("bad value " + line, &table);
         }
     }
     return table.Close() ? 0 : Fail("cannot close", &table);
@@ -125,9 +129,10 @@ int DumpShapes(const char* path) {
     ShpFile shp(String::FromUtf8(path).c_str());
     if (!shp.Open(true, false, false)) return Fail("cannot open " + std::string(path));
     const auto& e = shp.GetExtent();
-    std::printf("header %d %d %.17g %.17g %.17g %.17g %.17g %.17g %.17g %.17g %d\n", shp.GetShapeType(),
-                shp.GetNumRecords(), e.xmin, e.ymin, e.xmax, e.ymax, shp.GetZExtent().zmin,
-                shp.GetZExtent().zmax, shp.GetMExtent().mmin, shp.GetMExtent().mmax, shp.GetVersion());
+    std::printf("header %d %d %.17g %.17g %.17g %.17g %.17g %.17g %.17g %.17g %d\n",
+                shp.GetShapeType(), shp.GetNumRecords(), e.xmin, e.ymin, e.xmax, e.ymax,
+                shp.GetZExtent().zmin, shp.GetZExtent().zmax, shp.GetMExtent().mmin,
+                shp.GetMExtent().mmax, shp.GetVersion());
     for (int32_t n = 0; n < shp.GetNumRecords(); ++n) {
         int32_t length = 0;
         const unsigned char* bytes = shp.ReadRecord(n, length);
@@ -146,6 +151,7 @@ int main(int argc, char** argv) {
     if (argc == 5 && command == "dbf-create") return CreateTable(argv[2], argv[3], argv[4]);
     if (argc == 12 && command == "shp-write") return WriteShapes(argv + 2);
     if (argc == 3 && command == "shp-dump") return DumpShapes(argv[2]);
-    return Fail("usage: helper dbf-create TABLE KIND SCHEMA | shp-write OUT.shp TYPE EXTENTS... | "
-                "shp-dump SHP");
+    return Fail(
+        "usage: helper dbf-create TABLE KIND SCHEMA | shp-write OUT.shp TYPE EXTENTS... | "
+        "shp-dump SHP");
 }

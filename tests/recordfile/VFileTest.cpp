@@ -168,7 +168,8 @@ TEST(VFileRecords, CompactFileKeptTheOldFileCodeAndByteOrder) {
         VFile file(fixed.c_str());
         ASSERT_TRUE(file.Create(7, VFile::kReadWrite, false, VFile::kNotIndexed, 2));
         ASSERT_TRUE(file.WriteUserHeader(kUserHeader.data(), 72));
-        for (unsigned char i = 0; i < 3; ++i) ASSERT_EQ(file.WriteNextRecord(Record(4, i).data(), 4), i);
+        for (unsigned char i = 0; i < 3; ++i)
+            ASSERT_EQ(file.WriteNextRecord(Record(4, i).data(), 4), i);
         ASSERT_TRUE(file.Close());
     }
     for (auto [path, code] : {std::pair{little, 9994}, std::pair{fixed, 9993}}) {
@@ -258,17 +259,33 @@ TEST(VFileBadInput, DamagedFilesFailToOpenOrReadOnlyWhatIsWhole) {
         {"file code 9995", [](Bytes& d, Bytes&) { SetBE(d, 0, 9995); }, {}, 0},
         {"file code -9994", [](Bytes& d, Bytes&) { SetBE(d, 0, -9994); }, {}, 0},
         {"record 1 starts at the end, record 2 is huge",
-         [&](Bytes&, Bytes& i) { SetBE(i, 108, dataWords); SetBE(i, 120, 1000000); }, 3, 1},
+         [&](Bytes&, Bytes& i) {
+             SetBE(i, 108, dataWords);
+             SetBE(i, 120, 1000000);
+         },
+         3, 1},
         {"negative and huge lengths, a negative offset",
-         [](Bytes&, Bytes& i) { SetBE(i, 104, -5); SetBE(i, 112, INT32_MAX); SetBE(i, 116, -1); },
+         [](Bytes&, Bytes& i) {
+             SetBE(i, 104, -5);
+             SetBE(i, 112, INT32_MAX);
+             SetBE(i, 116, -1);
+         },
          3, 0},
         {"a huge fixed record length", [](Bytes& d, Bytes&) { SetBE(d, 8, INT32_MAX); }, 0, 0},
         {"data cut short, a partial index entry",
-         [](Bytes& d, Bytes& i) { d.resize(d.size() - 5); i.push_back(1); }, 3, 2},
+         [](Bytes& d, Bytes& i) {
+             d.resize(d.size() - 5);
+             i.push_back(1);
+         },
+         3, 2},
         {"junk past the stated index length",
          [](Bytes&, Bytes& i) { i.resize(i.size() + 40, 0xEE); }, 3, 3},
         {"stated index length past the file: what the file holds",
-         [](Bytes&, Bytes& i) { i.resize(i.size() + 40, 0xEE); SetBE(i, 24, 1000000); }, 8, 3},
+         [](Bytes&, Bytes& i) {
+             i.resize(i.size() + 40, 0xEE);
+             SetBE(i, 24, 1000000);
+         },
+         8, 3},
         {"negative stated index length", [](Bytes&, Bytes& i) { SetBE(i, 24, -7); }, 0, 0},
     };
     for (const Case& c : cases) {

@@ -216,8 +216,8 @@ TEST(BinGridTest, QueryAndFeatureBoxesRoundAndClampEachTheirOwnWay) {
         {{1e12, nan, nan, -inf}, Box(0, 0, 0, 0), Box(0, 0, 255, 0)},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(::testing::Message() << c.in.XMin << ", " << c.in.YMin << ", " << c.in.XMax
-                                          << ", " << c.in.YMax);
+        SCOPED_TRACE(::testing::Message()
+                     << c.in.XMin << ", " << c.in.YMin << ", " << c.in.XMax << ", " << c.in.YMax);
         EXPECT_EQ(QueryGridBox(c.in, kIdentity), c.query);
         EXPECT_EQ(FeatureGridBox(c.in, kIdentity), c.feature);
     }

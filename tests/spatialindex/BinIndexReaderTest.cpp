@@ -169,8 +169,8 @@ TEST(BinIndexFormatTest, FloatHeaderFollowsTheFilesByteOrder) {
         Bytes out(20);
         header.EncodeTo(out.data(), 0, bigEndian);
         EXPECT_EQ(Bytes(out.begin(), out.begin() + 8), bigEndian
-                                                          ? (Bytes{0, 0, 0, 3, 0x3F, 0x80, 0, 0})
-                                                          : (Bytes{3, 0, 0, 0, 0, 0, 0x80, 0x3F}));
+                                                           ? (Bytes{0, 0, 0, 3, 0x3F, 0x80, 0, 0})
+                                                           : (Bytes{3, 0, 0, 0, 0, 0, 0x80, 0x3F}));
         BinIndexHeader back;
         back.DecodeFrom(out.data(), 7, bigEndian);
         EXPECT_EQ(back.featureCount, 3);

@@ -19,7 +19,9 @@ TempDir::~TempDir() {
     std::filesystem::remove_all(path_, ec);
 }
 
-std::wstring TempDir::Wide(const std::string& name) const { return WidePath(path_ / name); }
+std::wstring TempDir::Wide(const std::string& name) const {
+    return WidePath(path_ / name);
+}
 
 std::vector<std::string> TempDir::Files() const {
     std::vector<std::string> names;

@@ -12,7 +12,8 @@ namespace {
 // Lines "key<TAB>id" of n entries: keys i * 7 mod 100, ids i.
 std::string Pairs(int n) {
     std::string lines;
-    for (int i = 1; i <= n; ++i) lines += std::to_string(i * 7 % 100) + "\t" + std::to_string(i) + "\n";
+    for (int i = 1; i <= n; ++i)
+        lines += std::to_string(i * 7 % 100) + "\t" + std::to_string(i) + "\n";
     return lines;
 }
 
@@ -20,7 +21,8 @@ TEST(BtreeCommandTest, BuildInfoDumpAndValidateBothFormats) {
     TempDir dir;
     for (std::string format : {"ng", "old"}) {
         auto index = dir / (format + ".idx");
-        auto build = RunTool("btree build " + Quote(index) + " --type long --format " + format, Pairs(1000));
+        auto build =
+            RunTool("btree build " + Quote(index) + " --type long --format " + format, Pairs(1000));
         ASSERT_EQ(build.exitCode, 0) << build.err;
         EXPECT_NE(build.out.find("1000 entries, 2 levels"), std::string::npos) << build.out;
         std::string typeArgs = format == "old" ? " --type long" : "";
@@ -62,7 +64,8 @@ TEST(BtreeCommandTest, ReplayRepeatsATrace) {
     TempDir dir;
     auto index = dir / "r.idx";
     ASSERT_EQ(RunTool("btree build " + Quote(index) + " --type double", "1.5\t1\n").exitCode, 0);
-    WriteBytes(dir / "ops.trace", {'I', ',', '2', '.', '5', ',', '7', '\n', 'D', ',', '1', '.', '5', ',', '1', '\n'});
+    WriteBytes(dir / "ops.trace",
+               {'I', ',', '2', '.', '5', ',', '7', '\n', 'D', ',', '1', '.', '5', ',', '1', '\n'});
     auto replay = RunTool("btree replay " + Quote(index) + " " + Quote(dir / "ops.trace"));
     ASSERT_EQ(replay.exitCode, 0) << replay.err;
     EXPECT_EQ(RunTool("btree dump " + Quote(index)).out, "2.5\t7\n");
@@ -76,7 +79,8 @@ TEST(BtreeCommandTest, AnInconsistentTreeFailsValidationWithAReason) {
     EncodeFixed32LE(&bytes[4096], 0);  // the first leaf no longer links to the next
     WriteBytes(index, bytes);
     auto result = ExpectOneLineFailure("btree validate " + Quote(index));
-    EXPECT_NE(result.err.find("inconsistent: node 2 does not link"), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("inconsistent: node 2 does not link"), std::string::npos)
+        << result.err;
 }
 
 TEST(BtreeCommandTest, BadInputIsOneLineAndExitOne) {

@@ -20,7 +20,8 @@ void WriteText(const std::filesystem::path& path, const std::string& text) {
     std::ofstream(path, std::ios::binary) << text;
 }
 
-void Import(const std::filesystem::path& csv, const std::filesystem::path& table, const std::string& options) {
+void Import(const std::filesystem::path& csv, const std::filesystem::path& table,
+            const std::string& options) {
     auto result = RunTool("dbf import-csv " + Quote(csv) + " " + Quote(table) + " " + options);
     ASSERT_EQ(result.exitCode, 0) << result.err;
 }
@@ -35,7 +36,8 @@ void WriteIdTable(const TempDir& dir, const std::string& name, int count) {
 
 std::vector<int> Ids(const std::filesystem::path& table) {
     std::vector<int> ids;
-    for (const auto& row : JsonLines(RunTool("dbf dump --format jsonl " + Quote(table)).out)) ids.push_back(row["ID"]);
+    for (const auto& row : JsonLines(RunTool("dbf dump --format jsonl " + Quote(table)).out))
+        ids.push_back(row["ID"]);
     return ids;
 }
 
@@ -74,7 +76,8 @@ TEST(DbfImportCsvTest, RefusesAValueTheTableCannotKeepAndLeavesWhatWasThere) {
         std::vector<std::string> said;
     };
     for (const Case& c : {
-             Case{"NAME,N,D\nZ\xC3\xBCrich,1,\n\xE5\x8C\x97\xE4\xBA\xAC,2,\n", "1252",
+             Case{"NAME,N,D\nZ\xC3\xBCrich,1,\n\xE5\x8C\x97\xE4\xBA\xAC,2,\n",
+                  "1252",
                   {"line 3, column NAME", "\xE5\x8C\x97\xE4\xBA\xAC", "ANSI 1252"}},
              Case{"NAME,N,D\n\xE5\x8C\x97,2,\n", "437", {"line 2, column NAME", "OEM 437"}},
              Case{"NAME,N,D\na,12345,\n", "UTF-8", {"column N", "does not fit"}},
@@ -85,9 +88,11 @@ TEST(DbfImportCsvTest, RefusesAValueTheTableCannotKeepAndLeavesWhatWasThere) {
              Case{"NAME,N,D\n\xFF,1,\n", "UTF-8", {"line 2, column NAME", "not valid UTF-8"}},
          }) {
         WriteText(dir / "new.csv", c.csv);
-        auto result = ExpectOneLineFailure("dbf import-csv " + Quote(dir / "new.csv") + " " + Quote(dir / "t.dbf") +
-                                           " --schema NAME:C:8,N:N:4,D:D:8 --codepage " + c.codePage);
-        for (const auto& text : c.said) EXPECT_NE(result.err.find(text), std::string::npos) << result.err;
+        auto result = ExpectOneLineFailure(
+            "dbf import-csv " + Quote(dir / "new.csv") + " " + Quote(dir / "t.dbf") +
+            " --schema NAME:C:8,N:N:4,D:D:8 --codepage " + c.codePage);
+        for (const auto& text : c.said)
+            EXPECT_NE(result.err.find(text), std::string::npos) << result.err;
         EXPECT_EQ(ReadBytes(dir / "t.dbf"), before) << c.csv;
         EXPECT_EQ(dir.Files(), files) << c.csv;
     }
@@ -96,7 +101,8 @@ TEST(DbfImportCsvTest, RefusesAValueTheTableCannotKeepAndLeavesWhatWasThere) {
 TEST(DbfImportCsvTest, ReadsQuotedRowsCountsCutValuesAndDropsAStaleCpg) {
     TempDir dir;
     WriteText(dir / "a.csv",
-              "NAME,NOTE,N\r\n\"Smith, J.\",\"said \"\"hi\"\"\nthen left\",7\r\n\r\nplain,short,8.25\r\n");
+              "NAME,NOTE,N\r\n\"Smith, J.\",\"said \"\"hi\"\"\nthen "
+              "left\",7\r\n\r\nplain,short,8.25\r\n");
     Import(dir / "a.csv", dir / "t.dbf", "--schema N:N:4:1,NAME:C:10,NOTE:C:8 --codepage UTF-8");
     EXPECT_TRUE(std::filesystem::exists(dir / "t.cpg"));
 
@@ -105,7 +111,8 @@ TEST(DbfImportCsvTest, ReadsQuotedRowsCountsCutValuesAndDropsAStaleCpg) {
     ASSERT_EQ(result.exitCode, 0) << result.err;
     EXPECT_NE(result.out.find("wrote 2 records"), std::string::npos) << result.out;
     // The note cut to its width, and 8.25 to one decimal.
-    EXPECT_NE(result.err.find("warning: " + (dir / "t.dbf").string() + ": 2 values were cut"), std::string::npos)
+    EXPECT_NE(result.err.find("warning: " + (dir / "t.dbf").string() + ": 2 values were cut"),
+              std::string::npos)
         << result.err;
     EXPECT_FALSE(std::filesystem::exists(dir / "t.cpg"));  // the header names 1252 now
     auto rows = JsonLines(RunTool("dbf dump --format jsonl " + Quote(dir / "t.dbf")).out);
@@ -127,7 +134,8 @@ TEST(DbfAddFieldTest, FillsEveryRecordWithBlanksOrTheValue) {
 
     auto before = ReadBytes(dir / "t.dbf");
     auto files = dir.Files();
-    auto bad = ExpectOneLineFailure("dbf add-field " + Quote(dir / "t.dbf") + " BAD:N:2 --value 123");
+    auto bad =
+        ExpectOneLineFailure("dbf add-field " + Quote(dir / "t.dbf") + " BAD:N:2 --value 123");
     EXPECT_NE(bad.err.find("--value"), std::string::npos) << bad.err;
     EXPECT_EQ(ReadBytes(dir / "t.dbf"), before);
     EXPECT_EQ(dir.Files(), files);
@@ -187,7 +195,8 @@ TEST(DbfCommandTest, SaysWhenAFileIsNoTableOrADamagedOne) {
     WriteText(dir / "a.prj", "GEOGCS[\"GCS_WGS_1984\",DATUM[\"D_WGS_1984\"]]");
     for (const auto& args : {"dbf info " + Quote(dir / "a.shp"), "dbf dump " + Quote(dir / "a.prj"),
                              "codepage info " + Quote(dir / "a.shp")}) {
-        EXPECT_NE(ExpectOneLineFailure(args).err.find("not a dBASE table"), std::string::npos) << args;
+        EXPECT_NE(ExpectOneLineFailure(args).err.find("not a dBASE table"), std::string::npos)
+            << args;
     }
 }
 
@@ -200,7 +209,8 @@ TEST(DbfCommandTest, DumpTakesFieldNamesAsStoredAndRefusesANegativeLimit) {
     std::copy_n("FID", 3, bytes.begin() + 32);
     WriteBytes(dir / "t.dbf", bytes);
     for (const char* fields : {"FID,name", "fid_1,NAME"}) {
-        auto result = RunTool("dbf dump --fields " + std::string(fields) + " " + Quote(dir / "t.dbf"));
+        auto result =
+            RunTool("dbf dump --fields " + std::string(fields) + " " + Quote(dir / "t.dbf"));
         EXPECT_EQ(result.out, "FID_1,NAME\n7,seven\n") << fields << ": " << result.err;
     }
     ExpectOneLineFailure("dbf dump --fields NOPE " + Quote(dir / "t.dbf"));

@@ -33,7 +33,8 @@ TEST(ToolTest, TheSameJsonKeysInEveryCommand) {
     auto table = nlohmann::json::parse(RunTool("dbf info --json " + Quote(dir / "t.dbf")).out);
     ASSERT_TRUE(table["ldid"].is_number()) << table;
     EXPECT_EQ(table["code_page"], 437);
-    for (const auto& args : {"codepage info --json " + Quote(dir / "t.dbf"), "info --json " + Quote(dir / "t.dbf")}) {
+    for (const auto& args :
+         {"codepage info --json " + Quote(dir / "t.dbf"), "info --json " + Quote(dir / "t.dbf")}) {
         auto out = nlohmann::json::parse(RunTool(args).out);
         for (const char* key : {"ldid", "code_page", "code_page_kind", "code_page_name"})
             EXPECT_EQ(out[key], table[key]) << args << ": " << key;
@@ -47,8 +48,8 @@ TEST(ToolTest, ProgressBarReachesTheEndAndClearsItsLine) {
         csv << "A\n";
         for (int i = 0; i < 5000; ++i) csv << i << "\n";
     }
-    auto seen = RunToolOnTerminal("dbf import-csv " + Quote(dir / "t.csv") + " " + Quote(dir / "t.dbf") +
-                                  " --schema A:N:5");
+    auto seen = RunToolOnTerminal("dbf import-csv " + Quote(dir / "t.csv") + " " +
+                                  Quote(dir / "t.dbf") + " --schema A:N:5");
     EXPECT_NE(seen.find("100%"), std::string::npos) << seen;
     ASSERT_GE(seen.size(), 4u);
     EXPECT_EQ(seen.substr(seen.size() - 4), "\r\033[K") << seen;

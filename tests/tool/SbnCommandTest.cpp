@@ -72,29 +72,34 @@ TEST(SbnCommandTest, IndexesEverySampleLayer) {
         std::filesystem::copy_file(shx, dir / shx.filename());
         std::vector<nlohmann::json> live;
         std::istringstream lines(records.out);
-        for (std::string line; std::getline(lines, line);) live.push_back(nlohmann::json::parse(line));
+        for (std::string line; std::getline(lines, line);)
+            live.push_back(nlohmann::json::parse(line));
 
         auto build = RunTool("sbn build " + Quote(shp));
         ASSERT_EQ(build.exitCode, 0) << build.err;
-        EXPECT_NE(build.out.find(std::to_string(live.size()) + " features"), std::string::npos) << build.out;
+        EXPECT_NE(build.out.find(std::to_string(live.size()) + " features"), std::string::npos)
+            << build.out;
         // Null shapes are in no bin, but a window that holds the whole extent
         // answers every feature without looking at the bins.
         auto info = nlohmann::json::parse(RunTool("sbn info " + Quote(shp) + " --json").out);
         int64_t binned = 0;
         for (auto& n : info["levels"]) binned += n.get<int64_t>();
-        EXPECT_EQ(binned, std::count_if(live.begin(), live.end(), [](auto& r) { return !r["bbox"].is_null(); }));
+        EXPECT_EQ(binned, std::count_if(live.begin(), live.end(),
+                                        [](auto& r) { return !r["bbox"].is_null(); }));
         auto all = RunTool("sbn query " + Quote(shp) + " --bbox -1e300,-1e300,1e300,1e300 --count");
         EXPECT_EQ(all.out, std::to_string(live.size()) + "\n");
         // A window on one record's box finds that record.
         for (const auto& record : live) {
-            if (record["bbox"].is_null() || record["record"].get<size_t>() < live.size() / 2) continue;
+            if (record["bbox"].is_null() || record["record"].get<size_t>() < live.size() / 2)
+                continue;
             auto box = record["bbox"];
             std::ostringstream window;
             window.precision(17);
-            window << box[0].get<double>() << ',' << box[1].get<double>() << ',' << box[2].get<double>()
-                   << ',' << box[3].get<double>();
+            window << box[0].get<double>() << ',' << box[1].get<double>() << ','
+                   << box[2].get<double>() << ',' << box[3].get<double>();
             auto found = RunTool("sbn query " + Quote(shp) + " --bbox " + window.str());
-            EXPECT_NE(("\n" + found.out).find("\n" + record["record"].dump() + "\n"), std::string::npos)
+            EXPECT_NE(("\n" + found.out).find("\n" + record["record"].dump() + "\n"),
+                      std::string::npos)
                 << window.str() << ": " << found.out;
             break;
         }

@@ -98,7 +98,8 @@ TEST(ShpCommandTest, CopyKeepsEveryValueAndShapesInStepWithRows) {
     auto copy = RunTool("shp copy " + Quote(dir / "a.shp") + " " + Quote(dir / "b.shp"));
     ASSERT_EQ(copy.exitCode, 0) << copy.err;
     for (const char* extension : {".shp", ".shx", ".prj", ".dbf", ".cpg"}) {
-        EXPECT_EQ(ReadBytes(dir / ("a" + std::string(extension))), ReadBytes(dir / ("b" + std::string(extension))))
+        EXPECT_EQ(ReadBytes(dir / ("a" + std::string(extension))),
+                  ReadBytes(dir / ("b" + std::string(extension))))
             << extension;
     }
 
@@ -111,12 +112,14 @@ TEST(ShpCommandTest, CopyKeepsEveryValueAndShapesInStepWithRows) {
     ASSERT_EQ(copy.exitCode, 0) << copy.err;
     EXPECT_NE(copy.out.find("left out 2 features"), std::string::npos) << copy.out;
     std::vector<std::string> names;
-    for (const auto& row : JsonLines(RunTool("dbf dump --format jsonl " + Quote(dir / "b.dbf")).out)) {
+    for (const auto& row :
+         JsonLines(RunTool("dbf dump --format jsonl " + Quote(dir / "b.dbf")).out)) {
         names.push_back(row["NAME"]);
     }
     EXPECT_EQ(names, (std::vector<std::string>{"n\u00E4me 0", "n\u00E4me 2", "n\u00E4me 4"}));
     std::vector<int> shapes;
-    for (const auto& record : JsonLines(RunTool("shp records --format jsonl " + Quote(dir / "b.shp")).out)) {
+    for (const auto& record :
+         JsonLines(RunTool("shp records --format jsonl " + Quote(dir / "b.shp")).out)) {
         shapes.push_back(record["length"]);
     }
     EXPECT_EQ(shapes, (std::vector<int>{20, 20, 8}));
@@ -170,7 +173,9 @@ TEST(ShpCommandTest, CopyTakesEverySampleLayerWhole) {
         auto table = std::filesystem::path(source).replace_extension(".dbf");
         if (!std::filesystem::exists(table)) continue;
         auto dump = RunTool("dbf dump --format jsonl " + Quote(table));
-        EXPECT_EQ(RunTool("dbf dump --format jsonl " + Quote(std::filesystem::path(target).replace_extension(".dbf"))).out,
+        EXPECT_EQ(RunTool("dbf dump --format jsonl " +
+                          Quote(std::filesystem::path(target).replace_extension(".dbf")))
+                      .out,
                   dump.out)
             << table;
     }

@@ -58,7 +58,8 @@ std::string RunToolOnTerminal(const std::string& args) {
     std::string seen;
     char buffer[4096];
     // The read fails once the child has closed its side of the terminal.
-    for (ssize_t n; (n = read(terminal, buffer, sizeof buffer)) > 0;) seen.append(buffer, static_cast<size_t>(n));
+    for (ssize_t n; (n = read(terminal, buffer, sizeof buffer)) > 0;)
+        seen.append(buffer, static_cast<size_t>(n));
     close(terminal);
     int status = 0;
     waitpid(child, &status, 0);
@@ -67,7 +68,8 @@ std::string RunToolOnTerminal(const std::string& args) {
 
 void CopyWritable(const std::filesystem::path& from, const std::filesystem::path& to) {
     std::filesystem::copy_file(from, to, std::filesystem::copy_options::overwrite_existing);
-    std::filesystem::permissions(to, std::filesystem::perms::owner_write, std::filesystem::perm_options::add);
+    std::filesystem::permissions(to, std::filesystem::perms::owner_write,
+                                 std::filesystem::perm_options::add);
 }
 
 std::vector<nlohmann::json> JsonLines(const std::string& text) {

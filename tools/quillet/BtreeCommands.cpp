@@ -28,10 +28,9 @@ struct TypeName {
 };
 
 constexpr TypeName kTypeNames[] = {
-    {"string", MTString}, {"wstring", MTWString},     {"short", MTShort},
-    {"long", MTLong},     {"int64", MTInt64},         {"float", MTFloat},
-    {"double", MTDouble}, {"date", MTDate},           {"datemap2", MTDateMap2},
-    {"datemap1", MTDateMap1},
+    {"string", MTString},     {"wstring", MTWString},   {"short", MTShort},   {"long", MTLong},
+    {"int64", MTInt64},       {"float", MTFloat},       {"double", MTDouble}, {"date", MTDate},
+    {"datemap2", MTDateMap2}, {"datemap1", MTDateMap1},
 };
 
 const char* NameOf(MTDataType type) {
@@ -47,8 +46,9 @@ MTDataType ParseType(std::string text) {
     for (const TypeName& t : kTypeNames) {
         if (text == t.name) return t.type;
     }
-    throw UsageError("--type: unknown key type '" + text +
-                     "' (string, wstring, short, long, int64, float, double, date, datemap1, datemap2)");
+    throw UsageError(
+        "--type: unknown key type '" + text +
+        "' (string, wstring, short, long, int64, float, double, date, datemap1, datemap2)");
 }
 
 // What the user said of an index that its file may not record.
@@ -104,7 +104,8 @@ bool IsNextGeneration(const std::filesystem::path& path) {
     MTIndexNG::Trailer trailer;
     MTDataType type = MTNone;
     int32_t width = 0;
-    return trailer.DecodeFrom(bytes) == S_OK && MTIndexNG::Trailer::TypeOf(trailer.typeWord, type, width) == S_OK;
+    return trailer.DecodeFrom(bytes) == S_OK &&
+           MTIndexNG::Trailer::TypeOf(trailer.typeWord, type, width) == S_OK;
 }
 
 std::unique_ptr<MTIndex> MakeIndex(bool ng, const KeyOptions& options) {
@@ -118,7 +119,8 @@ std::unique_ptr<MTIndex> MakeIndex(bool ng, const KeyOptions& options) {
         throw UsageError("an index of the older format does not record its key type: give --type");
     }
     MTDataType type = ParseType(options.type);
-    if (IsStringType(type) && options.width < 1) throw UsageError("--width: give the width of text keys");
+    if (IsStringType(type) && options.width < 1)
+        throw UsageError("--width: give the width of text keys");
     if (ng) return std::make_unique<MTIndexNG>(type, options.width, codePage);
     return std::make_unique<MTIndex>(type, options.width, codePage);
 }
@@ -129,8 +131,8 @@ std::unique_ptr<MTIndex> OpenIndex(const std::filesystem::path& path, const KeyO
     auto index = MakeIndex(IsNextGeneration(path), options);
     Diagnostics diagnostics;
     uint32_t access = GENERIC_READ | (writable ? GENERIC_WRITE : 0);
-    HRESULT hr = index->Open(WidePath(path).c_str(), access, writable ? 0 : FILE_SHARE_READ, nullptr,
-                             OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    HRESULT hr = index->Open(WidePath(path).c_str(), access, writable ? 0 : FILE_SHARE_READ,
+                             nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (FAILED(hr)) throw Failure(path.string() + ": not a readable index (" + Hex(hr) + ")");
     return index;
 }
@@ -254,8 +256,8 @@ void ParseLine(MTDataType type, const std::string& line, MTKey& key, std::wstrin
     } catch (const std::exception&) {
         used = 0;
     }
-    if (cut == std::string::npos || used == 0 || used != line.size() - cut - 1 || value < INT32_MIN ||
-        value > INT32_MAX || !ParseKey(type, line.substr(0, cut), key, wide)) {
+    if (cut == std::string::npos || used == 0 || used != line.size() - cut - 1 ||
+        value < INT32_MIN || value > INT32_MAX || !ParseKey(type, line.substr(0, cut), key, wide)) {
         throw Failure("standard input: line " + std::to_string(number) +
                       ": expected KEY<TAB>ID or KEY,ID");
     }
@@ -270,7 +272,8 @@ int64_t InputSize() {
     return ec ? 0 : static_cast<int64_t>(size);
 }
 
-void RunBuild(const std::filesystem::path& path, const KeyOptions& options, const std::string& format) {
+void RunBuild(const std::filesystem::path& path, const KeyOptions& options,
+              const std::string& format) {
     if (format != "old" && format != "ng") throw UsageError("--format must be old or ng");
     if (options.type.empty()) throw UsageError("--type: give the key type");
     auto index = MakeIndex(format == "ng", options);
@@ -293,7 +296,8 @@ void RunBuild(const std::filesystem::path& path, const KeyOptions& options, cons
             if (line.empty()) continue;
             ParseLine(index->GetDataType(), line, key, wide, id, number);
             hr = index->BulkInsert(key, id);
-            if (FAILED(hr)) throw Failure("standard input: line " + std::to_string(number) + ": " + Hex(hr));
+            if (FAILED(hr))
+                throw Failure("standard input: line " + std::to_string(number) + ": " + Hex(hr));
             if (number % 4096 == 0) progress.Update(read);
         }
     }
@@ -303,27 +307,33 @@ void RunBuild(const std::filesystem::path& path, const KeyOptions& options, cons
     hr = index->Close();
     if (FAILED(hr)) throw Failure(path.string() + ": closing failed (" + Hex(hr) + ")");
     std::cout << path.string() << ": " << facts["entries"].get<int64_t>() << " entries, "
-              << facts["levels"].get<int>() << " levels, " << facts["nodes"].get<int64_t>() << " nodes\n";
+              << facts["levels"].get<int>() << " levels, " << facts["nodes"].get<int64_t>()
+              << " nodes\n";
 }
 
 void AddKeyOptions(CLI::App* command, KeyOptions& options) {
     command->add_option("--type", options.type,
                         "Key type: string, wstring, short, long, int64, float, double, date, "
                         "datemap1, datemap2 (needed for the older format)");
-    command->add_option("--width", options.width, "Width of text keys: bytes (string), characters (wstring)");
-    command->add_option("--codepage", options.codePage, "Code page of string keys (default: the system's)");
+    command->add_option("--width", options.width,
+                        "Width of text keys: bytes (string), characters (wstring)");
+    command->add_option("--codepage", options.codePage,
+                        "Code page of string keys (default: the system's)");
 }
 
 void Install(CLI::App& app) {
-    auto* group = app.add_subcommand("btree", "B-tree attribute indexes (older and next-generation format)");
+    auto* group =
+        app.add_subcommand("btree", "B-tree attribute indexes (older and next-generation format)");
     group->require_subcommand(1);
-    group->footer("A next-generation index is known by its trailer (22 bytes after the last whole\n"
-                  "4096-byte node); any other file is read as the older format, which records no\n"
-                  "key type: give --type, and --width for text keys.");
+    group->footer(
+        "A next-generation index is known by its trailer (22 bytes after the last whole\n"
+        "4096-byte node); any other file is read as the older format, which records no\n"
+        "key type: give --type, and --width for text keys.");
     auto path = std::make_shared<std::string>();
     auto options = std::make_shared<KeyOptions>();
 
-    auto* info = group->add_subcommand("info", "Format, key type and width, levels, entries and nodes");
+    auto* info =
+        group->add_subcommand("info", "Format, key type and width, levels, entries and nodes");
     auto json = std::make_shared<bool>(false);
     info->add_option("INDEX", *path, "The index file")->required();
     info->add_flag("--json", *json, "Print JSON");
@@ -339,19 +349,22 @@ void Install(CLI::App& app) {
     AddKeyOptions(dump, *options);
     dump->callback([path, options, limit, format] { RunDump(*path, *options, *limit, *format); });
 
-    auto* validate = group->add_subcommand("validate", "Check the tree; exit 1 with the reason when inconsistent");
+    auto* validate = group->add_subcommand(
+        "validate", "Check the tree; exit 1 with the reason when inconsistent");
     validate->add_option("INDEX", *path, "The index file")->required();
     AddKeyOptions(validate, *options);
     validate->callback([path, options] { RunValidate(*path, *options); });
 
-    auto* replay = group->add_subcommand("replay", "Repeat the operations of a .trace file on the index");
+    auto* replay =
+        group->add_subcommand("replay", "Repeat the operations of a .trace file on the index");
     auto trace = std::make_shared<std::string>();
     replay->add_option("INDEX", *path, "The index file")->required();
     replay->add_option("TRACE", *trace, "The trace file")->required();
     AddKeyOptions(replay, *options);
     replay->callback([path, trace, options] { RunReplay(*path, *trace, *options); });
 
-    auto* build = group->add_subcommand("build", "Bulk-load KEY<TAB>ID (or KEY,ID) lines from standard input");
+    auto* build = group->add_subcommand(
+        "build", "Bulk-load KEY<TAB>ID (or KEY,ID) lines from standard input");
     auto buildFormat = std::make_shared<std::string>("ng");
     build->add_option("INDEX", *path, "The index file to create")->required();
     build->add_option("--format", *buildFormat, "old or ng (default)");

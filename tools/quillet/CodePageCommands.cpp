@@ -42,8 +42,8 @@ void RunList(bool json) {
     for (const auto& row : out) {
         std::cout << std::setw(10) << row["code_page"].get<uint32_t>() << std::setw(9)
                   << row["code_page_kind"].get<std::string>() << std::setw(14)
-                  << row["code_page_name"].get<std::string>()
-                  << row["source"].get<std::string>() << "\n";
+                  << row["code_page_name"].get<std::string>() << row["source"].get<std::string>()
+                  << "\n";
     }
 }
 
@@ -72,7 +72,8 @@ void RunDecode(const std::string& cp) {
 
 void RunEncode(const std::string& cp) {
     CodePage page(ParseCodePage(cp));
-    ConvertStdin([&](const std::string& line) { return EncodeText(page, String::FromUtf8(line).str()); });
+    ConvertStdin(
+        [&](const std::string& line) { return EncodeText(page, String::FromUtf8(line).str()); });
 }
 
 // --- info: the choice a table's reader makes, from the header and the .cpg
@@ -138,8 +139,8 @@ void RunDemo(const std::filesystem::path&) {
     for (uint32_t id : {1252u, 850u, 885915u, 65001u}) {
         CodePage page(id);
         std::string bytes = EncodeText(page, text);
-        std::cout << "  " << std::left << std::setw(12) << Utf8(page.GetCodePageName().str()) << Hex(bytes)
-                  << "  -> back: " << Utf8(DecodeText(page, bytes)) << "\n";
+        std::cout << "  " << std::left << std::setw(12) << Utf8(page.GetCodePageName().str())
+                  << Hex(bytes) << "  -> back: " << Utf8(DecodeText(page, bytes)) << "\n";
     }
 }
 

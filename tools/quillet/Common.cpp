@@ -65,10 +65,16 @@ std::vector<unsigned char> ReadHead(const std::filesystem::path& path, size_t n)
 }
 
 std::vector<ConvertibleCodePage> ConvertibleCodePages() {
-    std::vector<ConvertibleCodePage> pages = {
-        {65001, "built in"}, {448, "index file"}, {449, "index file"}, {88591, "system"},
-        {932, "system"},     {936, "system"},     {949, "system"},     {950, "system"},
-        {885932, "built in (EUC-JP)"}, {885950, "built in (EUC-TW)"}};
+    std::vector<ConvertibleCodePage> pages = {{65001, "built in"},
+                                              {448, "index file"},
+                                              {449, "index file"},
+                                              {88591, "system"},
+                                              {932, "system"},
+                                              {936, "system"},
+                                              {949, "system"},
+                                              {950, "system"},
+                                              {885932, "built in (EUC-JP)"},
+                                              {885950, "built in (EUC-TW)"}};
     wchar_t folder[4096];
     CodePage::GetDefaultPath(folder, 4096);
     std::error_code error;
@@ -80,10 +86,14 @@ std::vector<ConvertibleCodePage> ConvertibleCodePages() {
         }
         pages.push_back({static_cast<uint32_t>(std::stoul(stem)), "table file"});
     }
-    auto byId = [](const ConvertibleCodePage& a, const ConvertibleCodePage& b) { return a.id < b.id; };
+    auto byId = [](const ConvertibleCodePage& a, const ConvertibleCodePage& b) {
+        return a.id < b.id;
+    };
     std::stable_sort(pages.begin(), pages.end(), byId);
     // 88591 has a table file, but the system serves it.
-    auto sameId = [](const ConvertibleCodePage& a, const ConvertibleCodePage& b) { return a.id == b.id; };
+    auto sameId = [](const ConvertibleCodePage& a, const ConvertibleCodePage& b) {
+        return a.id == b.id;
+    };
     pages.erase(std::unique(pages.begin(), pages.end(), sameId), pages.end());
     return pages;
 }
@@ -91,7 +101,8 @@ std::vector<ConvertibleCodePage> ConvertibleCodePages() {
 uint32_t ParseCodePage(const std::string& text) {
     uint32_t id = CodePage::FindCodePageId(String::FromUtf8(text));
     auto pages = ConvertibleCodePages();
-    bool known = std::any_of(pages.begin(), pages.end(), [id](const auto& page) { return page.id == id; });
+    bool known =
+        std::any_of(pages.begin(), pages.end(), [id](const auto& page) { return page.id == id; });
     if (!known) throw UsageError("unknown code page: " + text);
     return id;
 }

@@ -36,7 +36,8 @@ void CsvReader::ReadQuoted(std::string& field) {
             return;
         }
     }
-    throw Failure(path_.string() + ": line " + std::to_string(opened) + ": a quoted field is never closed");
+    throw Failure(path_.string() + ": line " + std::to_string(opened) +
+                  ": a quoted field is never closed");
 }
 
 bool CsvReader::Next(std::vector<std::string>& row) {

@@ -17,7 +17,8 @@ namespace quillet::tool {
 namespace {
 
 // Stores `value` in `field` of every record; returns how many were cut.
-int64_t FillField(DBase& table, const std::filesystem::path& path, int field, const std::string& value) {
+int64_t FillField(DBase& table, const std::filesystem::path& path, int field,
+                  const std::string& value) {
     FieldWriter writer(table);
     Progress progress("add-field", table.GetNumRecords());
     for (int32_t record = 0; record < table.GetNumRecords(); ++record) {
@@ -30,7 +31,8 @@ int64_t FillField(DBase& table, const std::filesystem::path& path, int field, co
     return writer.CutCount();
 }
 
-void RunAddField(const std::filesystem::path& path, const std::string& spec, const std::string& value) {
+void RunAddField(const std::filesystem::path& path, const std::string& spec,
+                 const std::string& value) {
     FieldSpec field = ParseFieldSpec(spec);
     DbfLayout layout = ReadDbfLayout(path);
     layout.RequireIntact(path);
@@ -45,12 +47,15 @@ void RunAddField(const std::filesystem::path& path, const std::string& spec, con
     if (!table.Close()) Fail(path, table);
     staging.Commit(names);
     NoteRewrite(path, layout);
-    if (cut > 0) std::cerr << "quillet: warning: " << path.string() << ": --value was cut to the field's width\n";
-    std::cout << path.string() << ": added " << field.name << "; " << Count(records, "record") << " hold "
-              << (value.empty() ? "blanks" : "\"" + value + "\"") << " in it";
+    if (cut > 0)
+        std::cerr << "quillet: warning: " << path.string()
+                  << ": --value was cut to the field's width\n";
+    std::cout << path.string() << ": added " << field.name << "; " << Count(records, "record")
+              << " hold " << (value.empty() ? "blanks" : "\"" + value + "\"") << " in it";
     // The library leaves out the records marked deleted when it rewrites the table.
     if (records < layout.records) {
-        std::cout << "; " << Count(layout.records - records, "record") << " marked deleted went with the rewrite";
+        std::cout << "; " << Count(layout.records - records, "record")
+                  << " marked deleted went with the rewrite";
     }
     std::cout << "\n";
 }
@@ -58,7 +63,8 @@ void RunAddField(const std::filesystem::path& path, const std::string& spec, con
 }  // namespace
 
 void InstallAddField(CLI::App& dbf) {
-    auto* addField = dbf.add_subcommand("add-field", "Add a field, blank (or --value) in every record");
+    auto* addField =
+        dbf.add_subcommand("add-field", "Add a field, blank (or --value) in every record");
     auto path = std::make_shared<std::string>();
     auto spec = std::make_shared<std::string>();
     auto value = std::make_shared<std::string>();

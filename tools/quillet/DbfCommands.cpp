@@ -104,8 +104,9 @@ void RunInfo(const std::filesystem::path& path, bool json) {
         PrintFields(summary);
         std::cout << "fields:\n";
         for (const auto& field : out["fields"]) {
-            std::cout << "  " << field["name"].get<std::string>() << " " << field["type"].get<std::string>()
-                      << " " << field["width"] << "." << field["decimals"] << "\n";
+            std::cout << "  " << field["name"].get<std::string>() << " "
+                      << field["type"].get<std::string>() << " " << field["width"] << "."
+                      << field["decimals"] << "\n";
         }
     }
     layout.RequireIntact(path);
@@ -125,7 +126,8 @@ std::vector<int> ChosenFields(DBase& table, const DbfLayout& layout, const DumpO
         for (int i = 0; i < table.GetNumFields(); ++i) chosen.push_back(i);
         return chosen;
     }
-    for (const auto& name : Split(options.fields, ',')) chosen.push_back(FindField(table, layout, options.path, name));
+    for (const auto& name : Split(options.fields, ','))
+        chosen.push_back(FindField(table, layout, options.path, name));
     return chosen;
 }
 
@@ -138,11 +140,13 @@ void PrintCsvHeader(DBase& table, const std::vector<int>& fields, bool includeDe
     std::cout << line << '\n';
 }
 
-void PrintRecord(DBase& table, const std::vector<int>& fields, const DumpOptions& options, bool deleted) {
+void PrintRecord(DBase& table, const std::vector<int>& fields, const DumpOptions& options,
+                 bool deleted) {
     if (options.format == "jsonl") {
         Json object = Json::object();
         if (options.includeDeleted) object["_deleted"] = deleted;
-        for (int field : fields) object[Utf8(table.GetFieldName(field).str())] = FieldJson(table, field);
+        for (int field : fields)
+            object[Utf8(table.GetFieldName(field).str())] = FieldJson(table, field);
         std::cout << object.dump() << '\n';
         return;
     }
@@ -162,7 +166,8 @@ void RunDump(const DumpOptions& options) {
     if (options.format == "csv") PrintCsvHeader(table, fields, options.includeDeleted);
     Progress progress("dump", layout.completeRecords);
     int64_t written = 0;
-    for (int32_t record = 0; record < layout.completeRecords && written != options.limit; ++record) {
+    for (int32_t record = 0; record < layout.completeRecords && written != options.limit;
+         ++record) {
         progress.Update(record);
         bool deleted = table.IsRecordDeleted(record);
         if (table.GetCurrentRecord() != record) Fail(options.path, table);

@@ -25,7 +25,9 @@ namespace fs = std::filesystem;
 
 // A record number from the command line or a list; 0 when it is none.
 int32_t ParseRecordNumber(const std::string& text) {
-    if (text.empty() || text.size() > 10 || text.find_first_not_of("0123456789") != std::string::npos) return 0;
+    if (text.empty() || text.size() > 10 ||
+        text.find_first_not_of("0123456789") != std::string::npos)
+        return 0;
     long long value = std::stoll(text);
     return value <= INT32_MAX ? static_cast<int32_t>(value) : 0;
 }
@@ -48,7 +50,8 @@ void ReadRecordNumbers(const std::string& from, std::set<int32_t>& numbers) {
     if (in.bad()) throw Failure(source + ": a read failed");
 }
 
-std::set<int32_t> RecordNumbers(const std::vector<std::string>& arguments, const std::string& from) {
+std::set<int32_t> RecordNumbers(const std::vector<std::string>& arguments,
+                                const std::string& from) {
     std::set<int32_t> numbers;
     for (const auto& argument : arguments) {
         int32_t number = ParseRecordNumber(argument);
@@ -63,21 +66,23 @@ std::set<int32_t> RecordNumbers(const std::vector<std::string>& arguments, const
 int32_t ShapeCount(const fs::path& shp) {
     VFile shapes(WidePath(shp).c_str());
     if (!shapes.Open(VFile::kReadOnly, VFile::kIndexed, true, false)) {
-        throw Failure(shp.string() + ": not a readable shape data file with its index file; nothing was deleted");
+        throw Failure(shp.string() +
+                      ": not a readable shape data file with its index file; nothing was deleted");
     }
     return shapes.GetNumRecs();
 }
 
 void RequireRecords(const fs::path& path, const std::set<int32_t>& numbers, int32_t count) {
     if (*numbers.rbegin() > count) {
-        throw Failure(path.string() + ": no record " + std::to_string(*numbers.rbegin()) + " (it has " +
-                      std::to_string(count) + "); nothing was deleted");
+        throw Failure(path.string() + ": no record " + std::to_string(*numbers.rbegin()) +
+                      " (it has " + std::to_string(count) + "); nothing was deleted");
     }
 }
 
 // Deletes the records from the staged table; returns how many records the
 // compaction removed (records marked deleted before go too).
-int32_t DeleteFromTable(const fs::path& staged, const fs::path& path, const std::set<int32_t>& numbers) {
+int32_t DeleteFromTable(const fs::path& staged, const fs::path& path,
+                        const std::set<int32_t>& numbers) {
     DBase table(WidePath(staged));
     if (!table.Open(false, false, CodePage::qovaCodePageDefault)) Fail(path, table);
     int32_t before = table.GetNumRecords();
@@ -92,7 +97,8 @@ int32_t DeleteFromTable(const fs::path& staged, const fs::path& path, const std:
 // Deletes the shapes from a staged copy of the layer; returns the names of
 // the layer's files to put in place. The bin index files are not staged,
 // so they go: they number the old shapes.
-std::vector<std::string> DeleteShapes(const Staging& staging, const fs::path& shp, const std::set<int32_t>& numbers) {
+std::vector<std::string> DeleteShapes(const Staging& staging, const fs::path& shp,
+                                      const std::set<int32_t>& numbers) {
     auto layer = NamesOfLayer(shp);
     staging.CopyIn(layer.data);
     staging.CopyIn(layer.index);
@@ -101,16 +107,18 @@ std::vector<std::string> DeleteShapes(const Staging& staging, const fs::path& sh
         throw Failure(shp.string() + ": cannot be opened for writing with its index file");
     }
     for (int32_t number : numbers) {
-        if (!shapes.DeleteRecord(number - 1)) throw Failure(shp.string() + ": cannot delete shape " + std::to_string(number));
+        if (!shapes.DeleteRecord(number - 1))
+            throw Failure(shp.string() + ": cannot delete shape " + std::to_string(number));
     }
-    if (!shapes.CompactFile() || !shapes.Close()) throw Failure(shp.string() + ": compaction failed");
+    if (!shapes.CompactFile() || !shapes.Close())
+        throw Failure(shp.string() + ": compaction failed");
     std::vector<std::string> names = {layer.data, layer.index};
     names.insert(names.end(), layer.binIndex.begin(), layer.binIndex.end());
     return names;
 }
 
-void RunDelete(const fs::path& path, const std::vector<std::string>& arguments, const std::string& from,
-               bool tableOnly) {
+void RunDelete(const fs::path& path, const std::vector<std::string>& arguments,
+               const std::string& from, bool tableOnly) {
     auto numbers = RecordNumbers(arguments, from);
     DbfLayout layout = ReadDbfLayout(path);
     layout.RequireIntact(path);
@@ -136,22 +144,27 @@ void RunDelete(const fs::path& path, const std::vector<std::string>& arguments, 
     if (removed > named) std::cout << " (and " << removed - named << " marked deleted before)";
     if (withShapes) std::cout << ", and the same shapes from " << shp.string();
     std::cout << "\n";
-    for (const auto& name : gone) std::cout << "removed " << name << ", which indexed the old shapes\n";
+    for (const auto& name : gone)
+        std::cout << "removed " << name << ", which indexed the old shapes\n";
 }
 
 }  // namespace
 
 void InstallDelete(CLI::App& dbf) {
-    auto* remove = dbf.add_subcommand("delete", "Delete records (numbered from 1), with their shapes, and compact");
+    auto* remove = dbf.add_subcommand(
+        "delete", "Delete records (numbered from 1), with their shapes, and compact");
     auto path = std::make_shared<std::string>();
     auto numbers = std::make_shared<std::vector<std::string>>();
     auto from = std::make_shared<std::string>();
     auto tableOnly = std::make_shared<bool>(false);
     remove->add_option("TABLE", *path, "The table")->required();
     remove->add_option("RECNO", *numbers, "Record numbers, from 1");
-    remove->add_option("--from", *from, "Also the numbers in FILE (- for stdin), separated by white space")
+    remove
+        ->add_option("--from", *from,
+                     "Also the numbers in FILE (- for stdin), separated by white space")
         ->type_name("FILE|-");
-    remove->add_flag("--table-only", *tableOnly, "Leave the shape data file beside the table alone");
+    remove->add_flag("--table-only", *tableOnly,
+                     "Leave the shape data file beside the table alone");
     remove->callback([=] { RunDelete(*path, *numbers, *from, *tableOnly); });
 }
 

@@ -43,15 +43,16 @@ std::vector<size_t> MatchColumns(CsvReader& csv, const std::filesystem::path& cs
     std::vector<size_t> columns;
     for (const auto& spec : specs) {
         auto found = std::find(header.begin(), header.end(), spec.name);
-        if (found == header.end()) throw Failure(csvPath.string() + ": no column named " + spec.name);
+        if (found == header.end())
+            throw Failure(csvPath.string() + ": no column named " + spec.name);
         columns.push_back(static_cast<size_t>(found - header.begin()));
     }
     return columns;
 }
 
 // Appends a record per row; returns how many and how many values were cut.
-std::pair<int64_t, int64_t> ImportRows(CsvReader& csv, const std::filesystem::path& csvPath, DBase& table,
-                                       const std::filesystem::path& tablePath,
+std::pair<int64_t, int64_t> ImportRows(CsvReader& csv, const std::filesystem::path& csvPath,
+                                       DBase& table, const std::filesystem::path& tablePath,
                                        const std::vector<FieldSpec>& specs) {
     size_t width = 0;
     auto columns = MatchColumns(csv, csvPath, specs, width);
@@ -61,13 +62,14 @@ std::pair<int64_t, int64_t> ImportRows(CsvReader& csv, const std::filesystem::pa
     for (std::vector<std::string> row; csv.Next(row); ++records) {
         std::string where = csvPath.string() + ": line " + std::to_string(csv.Line());
         if (row.size() != width) {
-            throw Failure(where + ": " + Count(static_cast<int64_t>(row.size()), "column") + ", the header has " +
-                          std::to_string(width));
+            throw Failure(where + ": " + Count(static_cast<int64_t>(row.size()), "column") +
+                          ", the header has " + std::to_string(width));
         }
         if (!table.AddRecord()) Fail(tablePath, table);
         for (size_t i = 0; i < specs.size(); ++i) {
             std::string problem = writer.Store(static_cast<int>(i), row[columns[i]]);
-            if (!problem.empty()) throw Failure(where + ", column " + specs[i].name + ": " + problem);
+            if (!problem.empty())
+                throw Failure(where + ", column " + specs[i].name + ": " + problem);
         }
         progress.Update(csv.Offset());
     }
@@ -99,16 +101,19 @@ void RunImportCsv(const std::filesystem::path& csvPath, const std::filesystem::p
 }  // namespace
 
 void InstallImportCsv(CLI::App& dbf) {
-    auto* import = dbf.add_subcommand("import-csv", "Make a table from a UTF-8 CSV file with a header row");
+    auto* import =
+        dbf.add_subcommand("import-csv", "Make a table from a UTF-8 CSV file with a header row");
     auto csvPath = std::make_shared<std::string>();
     auto path = std::make_shared<std::string>();
     auto schema = std::make_shared<std::string>();
     auto codePage = std::make_shared<std::string>();
     import->add_option("CSV", *csvPath, "The CSV file")->required();
     import->add_option("TABLE", *path, "The table to make (replaced if it exists)")->required();
-    import->add_option("--schema", *schema, "NAME:TYPE:WIDTH[:DECIMALS],... (types C D F L N)")->required();
+    import->add_option("--schema", *schema, "NAME:TYPE:WIDTH[:DECIMALS],... (types C D F L N)")
+        ->required();
     import->add_option("--codepage", *codePage, "Code page of the table, e.g. 1252, 437, UTF-8");
-    import->callback([=] { RunImportCsv(*csvPath, *path, *schema, *codePage); });
-}
+    import->callback([=] { RunImportCsv(*csvPath, *path, *schema, *codePage);
+});
+}  // namespace quillet::tool
 
 }  // namespace quillet::tool

@@ -27,8 +27,8 @@ constexpr size_t kDecimalsAt = 17;
 // the header's end.
 std::vector<DbfLayout::Field> ReadFields(const std::vector<unsigned char>& header) {
     std::vector<DbfLayout::Field> fields;
-    for (size_t at = kDBaseHeaderSize; at + kDBaseFieldRecordSize <= header.size() &&
-                                       header[at] != kDBaseHeaderTerminator;
+    for (size_t at = kDBaseHeaderSize;
+         at + kDBaseFieldRecordSize <= header.size() && header[at] != kDBaseHeaderTerminator;
          at += kDBaseFieldRecordSize) {
         const auto* name = reinterpret_cast<const char*>(&header[at]);
         fields.push_back({std::string(name, std::find(name, name + kDBaseFieldNameSlot, '\0')),
@@ -62,7 +62,8 @@ DbfLayout ReadDbfLayout(const std::filesystem::path& path) {
         NotATable(path, "a header of " + std::to_string(headerLength) + " bytes in a file of " +
                             std::to_string(size));
     }
-    if (layout.records < 0 || layout.recordLength < 1) NotATable(path, "negative counts in its header");
+    if (layout.records < 0 || layout.recordLength < 1)
+        NotATable(path, "negative counts in its header");
     layout.header = ReadHead(path, static_cast<size_t>(headerLength));
     layout.fields = ReadFields(layout.header);
     int fieldBytes = 1;

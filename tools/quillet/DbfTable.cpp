@@ -14,7 +14,8 @@ namespace {
 
 std::string HeaderDate(const DBase::HeaderRecord& header) {
     char date[16];
-    std::snprintf(date, sizeof date, "%04d-%02d-%02d", 1900 + header.year, header.month, header.day);
+    std::snprintf(date, sizeof date, "%04d-%02d-%02d", 1900 + header.year, header.month,
+                  header.day);
     return date;
 }
 
@@ -84,15 +85,18 @@ void NoteRewrite(const std::filesystem::path& path, const DbfLayout& before) {
     std::string changes;
     for (size_t i = 0; i < std::min(before.fields.size(), after.fields.size()); ++i) {
         if (before.fields[i].name == after.fields[i].name) continue;
-        changes += (changes.empty() ? "renamed " : ", ") + before.fields[i].name + " to " + after.fields[i].name;
+        changes += (changes.empty() ? "renamed " : ", ") + before.fields[i].name + " to " +
+                   after.fields[i].name;
     }
     if (before.ldid != after.ldid) {
         char bytes[64];
-        std::snprintf(bytes, sizeof bytes, "set the language driver byte to 0x%02X (it was 0x%02X)", after.ldid,
-                      before.ldid);
+        std::snprintf(bytes, sizeof bytes, "set the language driver byte to 0x%02X (it was 0x%02X)",
+                      after.ldid, before.ldid);
         changes += (changes.empty() ? "" : "; ") + std::string(bytes);
     }
-    if (!changes.empty()) std::cerr << "quillet: note: " << path.string() << ": the library's rewrite " << changes << "\n";
+    if (!changes.empty())
+        std::cerr << "quillet: note: " << path.string() << ": the library's rewrite " << changes
+                  << "\n";
 }
 
 int FindField(DBase& table, const DbfLayout& layout, const std::filesystem::path& path,
@@ -143,7 +147,8 @@ std::vector<FieldSpec> ParseSchema(const std::string& schema) {
     return specs;
 }
 
-void AddFields(DBase& table, const std::filesystem::path& path, const std::vector<FieldSpec>& specs) {
+void AddFields(DBase& table, const std::filesystem::path& path,
+               const std::vector<FieldSpec>& specs) {
     StringArray names;
     std::vector<DBase::qovaDataType> types;
     std::vector<int> widths, decimals;

@@ -49,7 +49,8 @@ struct FieldSpec {
 };
 FieldSpec ParseFieldSpec(const std::string& spec);
 std::vector<FieldSpec> ParseSchema(const std::string& schema);
-void AddFields(DBase& table, const std::filesystem::path& path, const std::vector<FieldSpec>& specs);
+void AddFields(DBase& table, const std::filesystem::path& path,
+               const std::vector<FieldSpec>& specs);
 
 // The header, code page and fields of an open table, as `dbf info --json`
 // prints them.

@@ -20,7 +20,8 @@ int64_t StatedLength(const fs::path& path) {
     if (head.size() < VFile::kHeaderLength) return -1;
     VFile::FileType type = VFile::HeaderRec::TypeOf(head.data());
     bool big = type == VFile::kBigEndian;
-    auto code = static_cast<int32_t>(big ? DecodeFixed32BE(head.data()) : DecodeFixed32LE(head.data()));
+    auto code =
+        static_cast<int32_t>(big ? DecodeFixed32BE(head.data()) : DecodeFixed32LE(head.data()));
     if (type == VFile::kNotRecordFile || code != kShapeFileCode) return -1;
     return 2 * int64_t{static_cast<int32_t>(big ? DecodeFixed32BE(&head[kFileLengthAt])
                                                 : DecodeFixed32LE(&head[kFileLengthAt]))};
@@ -33,7 +34,8 @@ std::unique_ptr<ShpFile> OpenShape(const fs::path& path, bool readOnly) {
     auto shp = std::make_unique<ShpFile>(WidePath(path).c_str());
     if (shp->Open(readOnly, false, false)) return shp;
     std::wstring index = VFile::IndexPath(WidePath(path));
-    if (!FileExists(index.c_str())) throw Failure(path.string() + ": its index file " + Utf8(index) + " is missing");
+    if (!FileExists(index.c_str()))
+        throw Failure(path.string() + ": its index file " + Utf8(index) + " is missing");
     throw Failure(path.string() + ": damaged: its header or index file cannot be read");
 }
 
@@ -43,16 +45,21 @@ std::string ShapeDamage(const fs::path& path, int32_t unreadable) {
     std::string damage;
     if (unreadable > 0) damage = Count(unreadable, "record") + " cannot be read";
     if (size < stated) {
-        damage += (damage.empty() ? "" : "; ") + std::string("the file has ") + std::to_string(size) +
-                  " bytes, its header gives " + std::to_string(stated);
+        damage += (damage.empty() ? "" : "; ") + std::string("the file has ") +
+                  std::to_string(size) + " bytes, its header gives " + std::to_string(stated);
     }
     return damage.empty() ? "" : path.string() + ": damaged: " + damage;
 }
 
 ShapeFileNames NamesOfLayer(const fs::path& shp) {
     auto name = shp.filename();
-    auto with = [&](const char* extension) { return fs::path(name).replace_extension(extension).string(); };
-    return {name.string(), Utf8(VFile::IndexPath(WidePath(name))), with(".prj"), {with(".sbn"), with(".sbx")}};
+    auto with = [&](const char* extension) {
+        return fs::path(name).replace_extension(extension).string();
+    };
+    return {name.string(),
+            Utf8(VFile::IndexPath(WidePath(name))),
+            with(".prj"),
+            {with(".sbn"), with(".sbx")}};
 }
 
 }  // namespace quillet::tool

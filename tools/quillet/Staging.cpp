@@ -40,7 +40,9 @@ std::vector<std::string> Staging::Commit(const std::vector<std::string>& names) 
             fs::remove(destination_ / name, ec);
             if (!ec) removed.push_back(name);
         }
-        if (ec) throw Failure((destination_ / name).string() + ": cannot be put in place: " + ec.message());
+        if (ec)
+            throw Failure((destination_ / name).string() +
+                          ": cannot be put in place: " + ec.message());
     }
     return removed;
 }

@@ -16,7 +16,9 @@ constexpr size_t kRecordCountAt = 4;
 class RecordReader {
 public:
     RecordReader(const std::filesystem::path& path, const DbfLayout& layout)
-        : path_(path), in_(path, std::ios::binary), record_(static_cast<size_t>(layout.recordLength), '\0') {
+        : path_(path),
+          in_(path, std::ios::binary),
+          record_(static_cast<size_t>(layout.recordLength), '\0') {
         in_.seekg(static_cast<std::streamoff>(layout.header.size()));
         if (!in_) throw Failure(path.string() + ": cannot be opened for reading");
     }

@@ -21,14 +21,15 @@ std::string CommandName(const CLI::App* app) {
 // command; say which word it was instead.
 std::string UnknownCommand(const CLI::App& app) {
     const CLI::App* group = &app;
-    for (auto chosen = group->get_subcommands(); !chosen.empty(); chosen = group->get_subcommands()) {
+    for (auto chosen = group->get_subcommands(); !chosen.empty();
+         chosen = group->get_subcommands()) {
         group = chosen.front();
     }
     for (const CLI::App* level = group; level; level = level->get_parent()) {
         auto left = level->remaining();
         if (!left.empty() && !left.front().starts_with("-")) {
-            return "unknown command '" + left.front() + "' for '" + CommandName(group) + "'; see '" +
-                   CommandName(group) + " --help'";
+            return "unknown command '" + left.front() + "' for '" + CommandName(group) +
+                   "'; see '" + CommandName(group) + " --help'";
         }
     }
     return "";
