@@ -6,6 +6,7 @@
 // after the last comma, so text keys may hold commas.
 
 #include <cinttypes>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -120,6 +121,7 @@ HRESULT MTIndex::ReplayTrace(const wchar_t* path) {
         long long id =
             comma == std::string::npos ? 0 : std::strtoll(line.c_str() + comma + 1, &end, 10);
         bool ok = line.size() > 2 && line[1] == ',' && comma > 1 && end && *end == '\0' &&
+                  id >= INT32_MIN && id <= INT32_MAX &&
                   ParseKey(type_, line.substr(2, comma - 2), key);
         char op = line[0];
         if (!ok || (op != 'I' && op != 'B' && op != 'D')) {

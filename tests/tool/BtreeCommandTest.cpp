@@ -69,6 +69,11 @@ TEST(BtreeCommandTest, ReplayRepeatsATrace) {
     auto replay = RunTool("btree replay " + Quote(index) + " " + Quote(dir / "ops.trace"));
     ASSERT_EQ(replay.exitCode, 0) << replay.err;
     EXPECT_EQ(RunTool("btree dump " + Quote(index)).out, "2.5\t7\n");
+    // A record id beyond 32 bits is a bad line, not a wrapped id.
+    std::string wide = "I,3.5,4294967303\n";
+    WriteBytes(dir / "wide.trace", std::vector<unsigned char>(wide.begin(), wide.end()));
+    EXPECT_EQ(RunTool("btree replay " + Quote(index) + " " + Quote(dir / "wide.trace")).exitCode, 1);
+    EXPECT_EQ(RunTool("btree dump " + Quote(index)).out, "2.5\t7\n");
 }
 
 TEST(BtreeCommandTest, AnInconsistentTreeFailsValidationWithAReason) {
