@@ -172,9 +172,19 @@ TEST(DbfDeleteTest, DeletesTheRecordsNamedFromOneWithTheirShapes) {
     ASSERT_EQ(RunTool("dbf delete " + Quote(dir / "t.dbf") + " --from -", "3").exitCode, 0);
     EXPECT_EQ(Ids(dir / "t.dbf"), (std::vector<int>{1, 3}));
     EXPECT_EQ(PointXs(dir / "t.shp"), (std::vector<double>{1, 3}));
+    // A record marked deleted before goes with the compaction: its shape goes too.
+    WriteIdTable(dir, "t.dbf", 3);
+    WriteLayer(dir / "t.shp", ShpFile::qovaShapePoint, {1, 1, 3, 3},
+               {PointRecord(1, 1), PointRecord(2, 2), PointRecord(3, 3)});
+    auto marked = ReadBytes(dir / "t.dbf");
+    marked[marked[8] | marked[9] << 8] = '*';
+    WriteBytes(dir / "t.dbf", marked);
+    ASSERT_EQ(RunTool("dbf delete " + Quote(dir / "t.dbf") + " 3").exitCode, 0);
+    EXPECT_EQ(Ids(dir / "t.dbf"), (std::vector<int>{2}));
+    EXPECT_EQ(PointXs(dir / "t.shp"), (std::vector<double>{2}));
     ASSERT_EQ(RunTool("dbf delete --table-only " + Quote(dir / "t.dbf") + " 1").exitCode, 0);
-    EXPECT_EQ(Ids(dir / "t.dbf"), (std::vector<int>{3}));
-    EXPECT_EQ(PointXs(dir / "t.shp"), (std::vector<double>{1, 3}));
+    EXPECT_TRUE(Ids(dir / "t.dbf").empty());
+    EXPECT_EQ(PointXs(dir / "t.shp"), (std::vector<double>{2}));
 }
 
 TEST(DbfCommandTest, SaysWhenAFileIsNoTableOrADamagedOne) {

@@ -63,11 +63,26 @@ std::set<int32_t> RecordNumbers(const std::vector<std::string>& arguments,
     return numbers;
 }
 
-int32_t ShapeCount(const fs::path& shp) {
+// The numbers (from 1) of the records marked deleted in the table.
+std::set<int32_t> MarkedInTable(const fs::path& path) {
+    DBase table(WidePath(path));
+    if (!table.Open(true, true, CodePage::qovaCodePageDefault)) Fail(path, table);
+    std::set<int32_t> marked;
+    for (int32_t n = 0; n < table.GetNumRecords(); ++n) {
+        if (table.IsRecordDeleted(n)) marked.insert(n + 1);
+    }
+    return marked;
+}
+
+// The shape count, with the numbers (from 1) of the shapes marked deleted.
+int32_t ShapeCount(const fs::path& shp, std::set<int32_t>& marked) {
     VFile shapes(WidePath(shp).c_str());
     if (!shapes.Open(VFile::kReadOnly, VFile::kIndexed, true, false)) {
         throw Failure(shp.string() +
                       ": not a readable shape data file with its index file; nothing was deleted");
+    }
+    for (int32_t n = 0; n < shapes.GetNumRecs(); ++n) {
+        if (shapes.IsRecordDeleted(n)) marked.insert(n + 1);
     }
     return shapes.GetNumRecs();
 }
@@ -120,13 +135,23 @@ std::vector<std::string> DeleteShapes(const Staging& staging, const fs::path& sh
 void RunDelete(const fs::path& path, const std::vector<std::string>& arguments,
                const std::string& from, bool tableOnly) {
     auto numbers = RecordNumbers(arguments, from);
+    auto named = static_cast<int32_t>(numbers.size());
     DbfLayout layout = ReadDbfLayout(path);
     layout.RequireIntact(path);
     RequireRecords(path, numbers, layout.records);
     fs::path shp = fs::path(path).replace_extension(".shp");
     std::error_code ec;
     bool withShapes = !tableOnly && fs::exists(shp, ec);
-    if (withShapes) RequireRecords(shp, numbers, ShapeCount(shp));
+    if (withShapes) {
+        // Compaction takes out what either file had marked deleted before, so
+        // the other file loses those records too: the two stay in step.
+        std::set<int32_t> marked = MarkedInTable(path);
+        int32_t shapes = ShapeCount(shp, marked);
+        RequireRecords(shp, numbers, shapes);
+        for (int32_t n : marked) {
+            if (n <= shapes && n <= layout.records) numbers.insert(n);
+        }
+    }
 
     Staging staging(FolderOf(path));
     auto names = TableFileNames(path);
@@ -139,7 +164,6 @@ void RunDelete(const fs::path& path, const std::vector<std::string>& arguments,
     auto gone = staging.Commit(names);
     NoteRewrite(path, layout);
 
-    auto named = static_cast<int32_t>(numbers.size());
     std::cout << path.string() << ": deleted " << Count(named, "record");
     if (removed > named) std::cout << " (and " << removed - named << " marked deleted before)";
     if (withShapes) std::cout << ", and the same shapes from " << shp.string();
