@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "foundation/File.h"
+#include "foundation/RewriteRecovery.h"
 #include "foundation/Win32File.h"
 
 namespace quillet {
@@ -61,6 +62,9 @@ bool DBase::MapFileError(int32_t fileError) {
 
 bool DBase::OpenFile(bool readOnly, bool share) {
     if (!file_) file_ = std::make_unique<File>(path_.c_str());
+    // A rewrite that never finished is undone before anything is read.
+    RecoveryOutcome recovery = RecoverInterruptedRewrite(path_.str()).outcome;
+    if (!MayOpenAfter(recovery)) return MapFileError(FileErrorOf(recovery));
     if (file_->Open(readOnly ? 1 : 0, 1, share ? 1 : 0, 0, 0)) return true;
     return MapFileError(file_->GetLastError());
 }

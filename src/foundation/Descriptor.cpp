@@ -4,6 +4,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <string>
+
+#include "foundation/HeldFiles.h"
 
 namespace quillet {
 
@@ -35,6 +38,7 @@ bool WriteAt(int fd, const unsigned char* data, size_t n, int64_t at) {
 }
 
 bool LockWholeFile(int fd, bool exclusive) {
+    if (HeldFiles::ContainsDescriptor(fd)) return true;
     struct flock lock {};
     lock.l_type = exclusive ? F_WRLCK : F_RDLCK;
     lock.l_whence = SEEK_SET;
@@ -42,6 +46,17 @@ bool LockWholeFile(int fd, bool exclusive) {
     if (errno == EINVAL || errno == ENOLCK || errno == EOPNOTSUPP) return true;
     if (errno == EACCES) errno = EAGAIN;
     return false;
+}
+
+bool SyncFolderOf(const char* path) {
+    std::string folder = path;
+    size_t slash = folder.rfind('/');
+    folder = slash == std::string::npos ? "." : slash == 0 ? "/" : folder.substr(0, slash);
+    int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) return false;
+    bool synced = ::fsync(fd) == 0 || errno == EINVAL;
+    ::close(fd);
+    return synced;
 }
 
 }  // namespace quillet

@@ -18,7 +18,11 @@ bool WriteAt(int fd, const unsigned char* data, size_t n, int64_t at);
 // Takes the whole-file lock of an open: exclusive for a writer that shares
 // nothing, shared otherwise. A conflict fails with errno EAGAIN. File systems
 // without open file description locks get no sharing control rather than no
-// access.
+// access. A file this process holds (HeldFiles) takes no lock.
 bool LockWholeFile(int fd, bool exclusive);
+
+// Makes the entries of the folder that holds `path` durable: a file created,
+// renamed or deleted there survives a crash only once its folder is synced.
+bool SyncFolderOf(const char* path);
 
 }  // namespace quillet

@@ -29,6 +29,9 @@ public:
     // system's: disk full for writes and flushes, access denied for creates
     // and renames, a failed read or seek; later calls succeed. n 0 disarms it.
     static void FailNth(Operation op, int64_t n);
+    // The nth call of `op` from now on and every later one fail: a disk that
+    // stays full.
+    static void FailFrom(Operation op, int64_t n);
     // Disarms every operation and clears the counters.
     static void Reset();
     // How many calls of `op` were counted since the last Reset.

@@ -3,7 +3,9 @@
 #include <vector>
 
 #include "foundation/File.h"
-#include "foundation/TemporaryFile.h"
+#include "foundation/HeldFiles.h"
+#include "foundation/RollbackJournal.h"
+#include "foundation/Win32File.h"
 
 namespace quillet {
 
@@ -24,27 +26,38 @@ bool CopyFileBytes(File& from, File& to, int32_t chunkSize) {
     return copied == from.GetLengthEx();
 }
 
+namespace {
+
+bool CopyAll(std::initializer_list<FileReplacement> replacements, int32_t chunkSize) {
+    for (const FileReplacement& replacement : replacements) {
+        if (!CopyFileBytes(replacement.source, replacement.target, chunkSize) ||
+            !replacement.target.Flush())
+            return false;
+    }
+    return true;
+}
+
+}  // namespace
+
 bool ReplaceContents(std::initializer_list<FileReplacement> replacements, int32_t chunkSize) {
-    std::vector<TemporaryFile> saved(replacements.size());
-    const FileReplacement* replacement = replacements.begin();
-    for (TemporaryFile& aside : saved) {
-        if (!aside.Create(L"sav") || !CopyFileBytes(replacement->target, aside.file(), chunkSize)) return false;
-        ++replacement;
+    File& first = replacements.begin()->target;
+    // A transaction of this process holds the files and has journaled them
+    // already; it puts them back itself if this fails.
+    if (HeldFiles::ContainsPath(NativePath(first.GetPath().c_str()).c_str()))
+        return CopyAll(replacements, chunkSize);
+    std::vector<File*> targets;
+    for (const FileReplacement& replacement : replacements) targets.push_back(&replacement.target);
+    RollbackJournal journal(RollbackJournal::PathOf(first.GetPath()));
+    if (!journal.Save(targets)) return false;
+    if (CopyAll(replacements, chunkSize)) return journal.Discard();
+    // Every target gets its old bytes back, so that files replaced together
+    // stay a pair. If that fails too (the disk is still full), the journal
+    // stays: it is then the only whole copy, and the next open restores it.
+    if (journal.Load() != RollbackJournal::State::kWhole) return false;
+    for (size_t i = 0; i < targets.size(); ++i) {
+        if (!journal.Restore(journal.entries()[i], *targets[i])) return false;
     }
-    size_t failed = 0;
-    for (replacement = replacements.begin(); replacement != replacements.end(); ++replacement, ++failed) {
-        if (!CopyFileBytes(replacement->source, replacement->target, chunkSize) || !replacement->target.Flush()) {
-            break;
-        }
-    }
-    if (replacement == replacements.end()) return true;
-    // Every target up to the one that failed has been written: all get their
-    // old bytes back, so that files replaced together stay a pair.
-    for (size_t i = 0; i <= failed; ++i) {
-        File& target = replacements.begin()[i].target;
-        CopyFileBytes(saved[i].file(), target, chunkSize);
-        target.Flush();
-    }
+    journal.Discard();
     return false;
 }
 

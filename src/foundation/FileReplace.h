@@ -4,10 +4,10 @@
 // back over the original, so that the original keeps its name and identity
 // (and, for a file that travels with a companion, stays paired with it). The
 // copy back is the one step that touches the original: before it starts the
-// original's bytes are copied aside into a temporary file, and if the copy
-// back fails part way they are put back, so that a failed rewrite loses
-// nothing. Files replaced together (a data file and its index) are restored
-// together: if any of them fails, all of them get their old bytes back.
+// original's bytes go into a rollback journal beside it, and if the copy back
+// fails part way, or the process dies, they are put back, so that a failed
+// rewrite loses nothing. Files replaced together (a data file and its index)
+// share one journal and are restored together.
 
 #include <cstdint>
 #include <initializer_list>
@@ -28,9 +28,10 @@ struct FileReplacement {
     File& target;
 };
 
-// Copies each source over its target and flushes it. On failure every target
-// holds its old bytes again (as far as the restoring copy can write them) and
-// the result is false. The temporary copies are removed whatever happens.
+// Copies each source over its target and makes it durable, under a journal
+// named after the first target. On failure every target holds its old bytes
+// again and the result is false; when they cannot be written back either, the
+// journal stays beside the first target for the next open to restore.
 bool ReplaceContents(std::initializer_list<FileReplacement> replacements, int32_t chunkSize);
 
 }  // namespace quillet

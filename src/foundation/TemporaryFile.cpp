@@ -13,11 +13,7 @@ constexpr uint32_t kMaxTempPath = 4096;
 
 TemporaryFile::TemporaryFile() = default;
 
-TemporaryFile::~TemporaryFile() {
-    if (!file_) return;
-    std::wstring path = file_->GetPath();
-    if (!file_->Delete()) ::quillet::DeleteFileW(path.c_str());
-}
+TemporaryFile::~TemporaryFile() = default;
 
 std::wstring TemporaryFile::UniqueName(const wchar_t* prefix) {
     wchar_t directory[kMaxTempPath];
@@ -34,10 +30,12 @@ bool TemporaryFile::Create(const wchar_t* prefix) {
     std::wstring name = UniqueName(prefix);
     if (name.empty()) return false;
     file_ = std::make_unique<File>(name.c_str());
-    if (file_->Create(1, 0)) return true;
-    file_.reset();
+    bool created = file_->Create(1, 0);
+    // From here on the file is reached through its descriptor only, so that
+    // nothing is left behind, even by a process that is killed.
     ::quillet::DeleteFileW(name.c_str());
-    return false;
+    if (!created) file_.reset();
+    return created;
 }
 
 }  // namespace quillet

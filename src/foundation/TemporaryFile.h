@@ -1,8 +1,9 @@
 #pragma once
 
 // Rewrites build their new contents in the temporary directory (TMPDIR) and
-// must leave nothing there whatever happens: a TemporaryFile owns such a file
-// and deletes it when it goes.
+// must leave nothing there whatever happens, a kill included: a TemporaryFile
+// is deleted from its folder as soon as it is created, and lives on through
+// its open descriptor until the object goes.
 
 #include <memory>
 #include <string>
@@ -11,7 +12,7 @@ namespace quillet {
 
 class File;
 
-// A file in the temporary directory, deleted when the object goes.
+// A file in the temporary directory, with no name once created.
 class TemporaryFile {
 public:
     TemporaryFile();

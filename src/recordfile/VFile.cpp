@@ -6,6 +6,7 @@
 
 #include "foundation/ByteOrder.h"
 #include "foundation/FileReplace.h"
+#include "foundation/RewriteRecovery.h"
 #include "foundation/String.h"
 #include "foundation/TemporaryFile.h"
 #include "foundation/Win32Error.h"
@@ -219,6 +220,13 @@ bool VFile::Open(Mode mode, AccessMethod accessMethod, bool shareA, bool shareB)
     lastError_ = File::kNoError;
     readOnly_ = mode == kReadOnly;
     share_ = shareA;
+    // A rewrite that never finished is undone before anything is read.
+    RecoveryOutcome recovery = RecoverInterruptedRewrite(path_).outcome;
+    if (!MayOpenAfter(recovery)) {
+        Fail(FileErrorOf(recovery));
+        Reset();
+        return false;
+    }
     data_ = std::make_unique<File>(path_.c_str());
     if (!data_->Open(readOnly_ ? 1 : 0, 1, shareA ? 1 : 0, shareB ? 1 : 0, 0)) {
         FailFromFile(*data_);
@@ -693,6 +701,10 @@ bool VFile::CompactFile() {
     if (!copy.Create(header_.userType, kReadWrite, true, kIndexed, header_.recordLength)) {
         return Fail(copy.GetLastError());
     }
+    // The copy is reached through its open files only, so that nothing of it
+    // outlives this process, even killed.
+    quillet::DeleteFileW(name.c_str());
+    quillet::DeleteFileW(S_IndexPath(name).c_str());
     bool ok =
         CopyLiveRecordsTo(copy) && copy.WriteUserHeader(header_.userHeader, kUserHeaderLength);
     if (!ok && copy.GetLastError() != File::kNoError) lastError_ = copy.GetLastError();

@@ -2,8 +2,8 @@
 
 // Rewrites that must lose nothing (tables, record files) are tried at every
 // point where the platform layer can fail: first without a fault, to count
-// the calls of each kind they make, then once with each of those calls
-// failing in turn.
+// the calls of each kind they make, then with each of those calls failing in
+// turn: once alone, and once with every later call of its kind failing too.
 
 #include <gtest/gtest.h>
 
@@ -27,7 +27,8 @@ protected:
     // once the fault is disarmed (closing what the operation opened). After
     // it the files hold what they held (the rewrite failed) or what the
     // faultless run, which must change them, left (it succeeded), and no file
-    // is left in `temp_` nor added to `files_`.
+    // is left in `temp_` nor added to `files_`. After a lasting failure the
+    // files may be restored only by the next open, which the check does.
     void SweepRewrite(const std::vector<std::string>& names, const std::function<void()>& reset,
                       const std::function<bool()>& operation, const std::function<void()>& finish,
                       std::initializer_list<FaultInjection::Operation> kinds);

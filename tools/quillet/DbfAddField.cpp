@@ -10,7 +10,7 @@
 #include "Common.h"
 #include "DbfTable.h"
 #include "FieldWriter.h"
-#include "Staging.h"
+#include "LayerRewrite.h"
 
 namespace quillet::tool {
 
@@ -36,16 +36,17 @@ void RunAddField(const std::filesystem::path& path, const std::string& spec,
     FieldSpec field = ParseFieldSpec(spec);
     DbfLayout layout = ReadDbfLayout(path);
     layout.RequireIntact(path);
-    Staging staging(FolderOf(path));
-    auto names = TableFileNames(path);
-    for (const auto& name : names) staging.CopyIn(name);
-    DBase table(WidePath(staging / names[0]));
-    AddFields(table, path, {field});
-    if (!table.Open(false, false, CodePage::qovaCodePageDefault)) Fail(path, table);
-    int64_t cut = FillField(table, path, table.GetNumFields() - 1, value);
-    int32_t records = table.GetNumRecords();
-    if (!table.Close()) Fail(path, table);
-    staging.Commit(names);
+    int64_t cut = 0;
+    int32_t records = 0;
+    LayerRewrite rewrite({path});
+    rewrite.Run([&] {
+        DBase table(WidePath(path));
+        AddFields(table, path, {field});
+        if (!table.Open(false, false, CodePage::qovaCodePageDefault)) Fail(path, table);
+        cut = FillField(table, path, table.GetNumFields() - 1, value);
+        records = table.GetNumRecords();
+        if (!table.Close()) Fail(path, table);
+    });
     NoteRewrite(path, layout);
     if (cut > 0)
         std::cerr << "quillet: warning: " << path.string()

@@ -11,6 +11,7 @@
 
 #include "Common.h"
 #include "DbfTable.h"
+#include "LayerRewrite.h"
 
 namespace quillet::tool {
 
@@ -180,26 +181,35 @@ void RunDump(const DumpOptions& options) {
 }
 
 void RunDropField(const std::filesystem::path& path, const std::string& name) {
-    DBase table(WidePath(path));
-    DbfLayout layout = OpenTable(table, path, true);
+    DbfLayout layout = ReadDbfLayout(path);
     layout.RequireIntact(path);
-    int field = FindField(table, layout, path, name);
-    std::string dropped = Utf8(table.GetFieldName(field).str());
-    if (!table.Close() || !table.DropColumn(String::FromUtf8(dropped))) Fail(path, table);
-    layout.fields.erase(layout.fields.begin() + field);
+    LayerRewrite rewrite({path});
+    rewrite.Run([&] {
+        DBase table(WidePath(path));
+        OpenTable(table, path, true);
+        int field = FindField(table, layout, path, name);
+        std::string dropped = Utf8(table.GetFieldName(field).str());
+        if (!table.Close() || !table.DropColumn(String::FromUtf8(dropped))) Fail(path, table);
+        layout.fields.erase(layout.fields.begin() + field);
+    });
     NoteRewrite(path, layout);
 }
 
 void RunPack(const std::filesystem::path& path) {
-    DBase table(WidePath(path));
-    DbfLayout layout = OpenTable(table, path, false);
+    DbfLayout layout = ReadDbfLayout(path);
     layout.RequireIntact(path);
-    int32_t before = table.GetNumRecords();
-    if (!table.CompactFile() || !table.Close()) Fail(path, table);
+    int32_t before = 0;
+    LayerRewrite rewrite({path});
+    rewrite.Run([&] {
+        DBase table(WidePath(path));
+        OpenTable(table, path, false);
+        before = table.GetNumRecords();
+        if (!table.CompactFile() || !table.Close()) Fail(path, table);
+    });
     DBase packed(WidePath(path));
     OpenTable(packed, path, true);
-    std::cout << "removed " << before - packed.GetNumRecords() << " deleted records, " << packed.GetNumRecords()
-              << " left\n";
+    std::cout << "removed " << before - packed.GetNumRecords() << " deleted records, "
+              << packed.GetNumRecords() << " left\n";
     NoteRewrite(path, layout);
 }
 

@@ -13,9 +13,7 @@
 
 #include "Common.h"
 #include "DbfTable.h"
-#include "ShapeLayer.h"
-#include "Staging.h"
-#include "recordfile/VFile.h"
+#include "LayerDeletion.h"
 
 namespace quillet::tool {
 
@@ -63,73 +61,11 @@ std::set<int32_t> RecordNumbers(const std::vector<std::string>& arguments,
     return numbers;
 }
 
-// The numbers (from 1) of the records marked deleted in the table.
-std::set<int32_t> MarkedInTable(const fs::path& path) {
-    DBase table(WidePath(path));
-    if (!table.Open(true, true, CodePage::qovaCodePageDefault)) Fail(path, table);
-    std::set<int32_t> marked;
-    for (int32_t n = 0; n < table.GetNumRecords(); ++n) {
-        if (table.IsRecordDeleted(n)) marked.insert(n + 1);
-    }
-    return marked;
-}
-
-// The shape count, with the numbers (from 1) of the shapes marked deleted.
-int32_t ShapeCount(const fs::path& shp, std::set<int32_t>& marked) {
-    VFile shapes(WidePath(shp).c_str());
-    if (!shapes.Open(VFile::kReadOnly, VFile::kIndexed, true, false)) {
-        throw Failure(shp.string() +
-                      ": not a readable shape data file with its index file; nothing was deleted");
-    }
-    for (int32_t n = 0; n < shapes.GetNumRecs(); ++n) {
-        if (shapes.IsRecordDeleted(n)) marked.insert(n + 1);
-    }
-    return shapes.GetNumRecs();
-}
-
 void RequireRecords(const fs::path& path, const std::set<int32_t>& numbers, int32_t count) {
     if (*numbers.rbegin() > count) {
         throw Failure(path.string() + ": no record " + std::to_string(*numbers.rbegin()) +
                       " (it has " + std::to_string(count) + "); nothing was deleted");
     }
-}
-
-// Deletes the records from the staged table; returns how many records the
-// compaction removed (records marked deleted before go too).
-int32_t DeleteFromTable(const fs::path& staged, const fs::path& path,
-                        const std::set<int32_t>& numbers) {
-    DBase table(WidePath(staged));
-    if (!table.Open(false, false, CodePage::qovaCodePageDefault)) Fail(path, table);
-    int32_t before = table.GetNumRecords();
-    for (int32_t number : numbers) {
-        if (!table.DeleteRecord(number - 1)) Fail(path, table);
-    }
-    // Closing compacts: the records are gone, not only marked.
-    if (!table.Close() || !table.Open(true, true, CodePage::qovaCodePageDefault)) Fail(path, table);
-    return before - table.GetNumRecords();
-}
-
-// Deletes the shapes from a staged copy of the layer; returns the names of
-// the layer's files to put in place. The bin index files are not staged,
-// so they go: they number the old shapes.
-std::vector<std::string> DeleteShapes(const Staging& staging, const fs::path& shp,
-                                      const std::set<int32_t>& numbers) {
-    auto layer = NamesOfLayer(shp);
-    staging.CopyIn(layer.data);
-    staging.CopyIn(layer.index);
-    VFile shapes(WidePath(staging / layer.data).c_str());
-    if (!shapes.Open(VFile::kReadWrite, VFile::kIndexed, false, false)) {
-        throw Failure(shp.string() + ": cannot be opened for writing with its index file");
-    }
-    for (int32_t number : numbers) {
-        if (!shapes.DeleteRecord(number - 1))
-            throw Failure(shp.string() + ": cannot delete shape " + std::to_string(number));
-    }
-    if (!shapes.CompactFile() || !shapes.Close())
-        throw Failure(shp.string() + ": compaction failed");
-    std::vector<std::string> names = {layer.data, layer.index};
-    names.insert(names.end(), layer.binIndex.begin(), layer.binIndex.end());
-    return names;
 }
 
 void RunDelete(const fs::path& path, const std::vector<std::string>& arguments,
@@ -146,29 +82,22 @@ void RunDelete(const fs::path& path, const std::vector<std::string>& arguments,
         // Compaction takes out what either file had marked deleted before, so
         // the other file loses those records too: the two stay in step.
         std::set<int32_t> marked = MarkedInTable(path);
-        int32_t shapes = ShapeCount(shp, marked);
+        int32_t shapes = ShapeCount(shp, marked, "nothing was deleted");
         RequireRecords(shp, numbers, shapes);
         for (int32_t n : marked) {
             if (n <= shapes && n <= layout.records) numbers.insert(n);
         }
     }
 
-    Staging staging(FolderOf(path));
-    auto names = TableFileNames(path);
-    for (const auto& name : names) staging.CopyIn(name);
-    int32_t removed = DeleteFromTable(staging / names[0], path, numbers);
-    if (withShapes) {
-        auto shapeNames = DeleteShapes(staging, shp, numbers);
-        names.insert(names.end(), shapeNames.begin(), shapeNames.end());
-    }
-    auto gone = staging.Commit(names);
+    LayerDeletion deletion = DeleteFromLayer(path, withShapes ? shp : fs::path(), numbers);
+    int32_t removed = deletion.rowsRemoved;
     NoteRewrite(path, layout);
 
     std::cout << path.string() << ": deleted " << Count(named, "record");
     if (removed > named) std::cout << " (and " << removed - named << " marked deleted before)";
     if (withShapes) std::cout << ", and the same shapes from " << shp.string();
     std::cout << "\n";
-    for (const auto& name : gone)
+    for (const auto& name : deletion.binIndexRemoved)
         std::cout << "removed " << name << ", which indexed the old shapes\n";
 }
 

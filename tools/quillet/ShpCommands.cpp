@@ -6,8 +6,11 @@
 #include <cmath>
 #include <iostream>
 #include <memory>
+#include <set>
 
 #include "Common.h"
+#include "DbfTable.h"
+#include "LayerDeletion.h"
 #include "ShapeLayer.h"
 #include "foundation/ByteOrder.h"
 #include "recordfile/VFile.h"
@@ -141,17 +144,30 @@ void RunRecords(const std::string& file, const std::string& format, int64_t limi
     if (!damage.empty()) throw Failure(damage);
 }
 
+// Compacts the shapes and, when a table stands beside them, the table too:
+// a record either file had marked deleted goes from both, so that shapes and
+// attributes stay in step.
 void RunPack(const std::string& file) {
     RequireRegularFile(file);
-    VFile records(WidePath(file).c_str());
-    if (!records.Open(VFile::kReadWrite, VFile::kIndexed, false, false)) {
-        throw Failure(file + ": cannot be opened for writing as a shape data file with its index file");
+    std::filesystem::path table = std::filesystem::path(file).replace_extension(".dbf");
+    std::error_code ec;
+    if (!std::filesystem::exists(table, ec)) table.clear();
+    std::set<int32_t> marked;
+    int32_t before = ShapeCount(file, marked, "nothing was changed");
+    if (!table.empty()) {
+        DbfLayout layout = ReadDbfLayout(table);
+        layout.RequireIntact(table);
+        std::set<int32_t> rows = MarkedInTable(table);
+        marked.insert(rows.begin(), rows.end());
+        std::erase_if(marked, [&](int32_t n) { return n > before || n > layout.records; });
     }
-    int32_t before = records.GetNumRecs();
-    if (!records.CompactFile()) throw Failure(file + ": compaction failed; the file is unchanged up to the failing write");
-    int32_t after = records.GetNumRecs();
-    if (!records.Close()) throw Failure(file + ": cannot write the header");
-    std::cout << file << ": " << after << " records kept, " << before - after << " removed\n";
+    LayerDeletion deletion = DeleteFromLayer(table, file, marked);
+    std::cout << file << ": " << before - deletion.shapesRemoved << " records kept, "
+              << deletion.shapesRemoved << " removed";
+    if (!table.empty()) std::cout << "; the same from " << table.string();
+    std::cout << "\n";
+    for (const auto& name : deletion.binIndexRemoved)
+        std::cout << "removed " << name << ", which indexed the old shapes\n";
 }
 
 bool ProbeShape(const std::filesystem::path& path, std::span<const unsigned char> head, Json& out) {

@@ -1,0 +1,87 @@
+// quillet recover PATH... [--check]: undoes what a rewrite that was killed or
+// failed left half done. Opening a file does the same, so this is for seeing
+// what a crash left (--check) and for finishing a rollback that failed, once
+// its cause (a full disk, a read-only folder) is gone.
+
+#include <iostream>
+
+#include "Common.h"
+#include "foundation/RewriteRecovery.h"
+
+namespace quillet::tool {
+
+namespace {
+
+std::string JoinNames(const std::vector<std::wstring>& paths) {
+    std::string joined;
+    for (const auto& path : paths) joined += (joined.empty() ? "" : ", ") + Utf8(path);
+    return joined;
+}
+
+// Whether something needed recovery.
+bool Check(const std::string& path) {
+    auto journals = JournalsBeside(WidePath(path));
+    if (journals.empty()) {
+        std::cout << path << ": no interrupted rewrite\n";
+        return false;
+    }
+    std::cout << path << ": an interrupted rewrite left " << JoinNames(journals)
+              << "; `quillet recover " << path << "` undoes it\n";
+    return true;
+}
+
+void Recover(const std::string& path) {
+    RecoveryReport report = RecoverInterruptedRewrite(WidePath(path));
+    std::string journals = JoinNames(report.journals);
+    switch (report.outcome) {
+        case RecoveryOutcome::kNothing: std::cout << path << ": no interrupted rewrite\n"; return;
+        case RecoveryOutcome::kDiscardedTorn:
+            std::cout << path << ": removed " << journals
+                      << ", left by a rewrite stopped before it changed anything\n";
+            return;
+        case RecoveryOutcome::kRolledBack:
+            std::cout << path << ": rolled back an interrupted rewrite; restored "
+                      << JoinNames(report.restored) << " from " << journals << "\n";
+            return;
+        case RecoveryOutcome::kInUse:
+            throw Failure(path + ": in use by another program (a rewrite may be running); " +
+                          "nothing was done");
+        case RecoveryOutcome::kCannotWrite:
+            throw Failure(path + ": " + journals +
+                          " holds the old bytes, but the files cannot be written (access denied)");
+        case RecoveryOutcome::kFailed:
+            throw Failure(path + ": putting back the old bytes from " + journals +
+                          " failed (is the disk full?); the journal stays for another try");
+    }
+}
+
+void Install(CLI::App& app) {
+    auto* cmd = app.add_subcommand(
+        "recover", "Roll back what a killed or failed rewrite left (opening a file does it too)");
+    auto paths = std::make_shared<std::vector<std::string>>();
+    auto check = std::make_shared<bool>(false);
+    cmd->add_option("PATH", *paths, "Tables, shape files or record files")->required();
+    cmd->add_flag("--check", *check,
+                  "Only say what an interrupted rewrite left; exit 1 when something did");
+    cmd->callback([=] {
+        bool found = false;
+        for (const auto& path : *paths) {
+            if (*check) {
+                found = Check(path) || found;
+            } else {
+                Recover(path);
+            }
+        }
+        if (found) throw Failure("interrupted rewrites found; nothing was changed");
+    });
+}
+
+void Register() {
+    RegisterGroup("recover", Install);
+}
+
+}  // namespace
+
+QUILLET_TOOL_REGISTER(Register);
+
+}  // namespace quillet::tool
