@@ -16,7 +16,7 @@ constexpr int32_t kCopyChunk = 2048;
 }  // namespace
 
 bool TableRewrite::Begin(const DBaseHeaderRecord& header, const std::vector<DBaseFieldRecord>& fields) {
-    if (!temp_.Create(L"dbf")) return false;
+    if (!temp_.Create()) return false;
     File& out = temp_.file();
     unsigned char bytes[kDBaseHeaderSize];
     DBase::SwapHeaderNL(header, bytes);

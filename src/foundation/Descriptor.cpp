@@ -1,6 +1,7 @@
 #include "foundation/Descriptor.h"
 
 #include <fcntl.h>
+#include <stdlib.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -46,6 +47,16 @@ bool LockWholeFile(int fd, bool exclusive) {
     if (errno == EINVAL || errno == ENOLCK || errno == EOPNOTSUPP) return true;
     if (errno == EACCES) errno = EAGAIN;
     return false;
+}
+
+int OpenUnnamed(const char* folder) {
+    int fd = ::open(folder, O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+    if (fd >= 0 || (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL)) return fd;
+    // File systems without unnamed files: a name that goes at once.
+    std::string pattern = std::string(folder) + "/.quillet-XXXXXX";
+    fd = ::mkostemp(pattern.data(), O_CLOEXEC);
+    if (fd >= 0) ::unlink(pattern.c_str());
+    return fd;
 }
 
 bool SyncFolderOf(const char* path) {

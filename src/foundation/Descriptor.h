@@ -21,6 +21,11 @@ bool WriteAt(int fd, const unsigned char* data, size_t n, int64_t at);
 // access. A file this process holds (HeldFiles) takes no lock.
 bool LockWholeFile(int fd, bool exclusive);
 
+// A new file with no name in `folder`, open for reading and writing, gone
+// when closed: nothing is left behind even when the process is killed. The
+// descriptor, or -1 with errno set.
+int OpenUnnamed(const char* folder);
+
 // Makes the entries of the folder that holds `path` durable: a file created,
 // renamed or deleted there survives a crash only once its folder is synced.
 bool SyncFolderOf(const char* path);

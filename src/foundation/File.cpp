@@ -135,6 +135,20 @@ int File::Create(int, int) {
     return 1;
 }
 
+int File::CreateUnnamed() {
+    Close();
+    if (FaultInjection::ShouldFail(FaultInjection::kCreate)) return FailFromErrno(EACCES);
+    int fd = OpenUnnamed(nativePath_.c_str());
+    if (fd < 0) return FailFromErrno(errno);
+    fd_ = fd;
+    readOnly_ = false;
+    othersMayWrite_ = false;
+    position_ = 0;
+    bufferFill_ = 0;
+    writeFill_ = 0;
+    return Succeed();
+}
+
 int File::OpenDescriptor(int flags, bool readOnly, bool exclusiveLock, bool othersMayWrite) {
     // Not blocking, so that a pipe or device at the path cannot hang the
     // open; only regular files are taken (O_NONBLOCK does nothing to them).

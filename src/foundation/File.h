@@ -66,6 +66,10 @@ public:
     // writing, exclusive. The two arguments are kept for the callers' argument
     // lists. Nonzero on success.
     int Create(int first, int second);
+    // Creates a new file with no name in the folder the path names, open for
+    // reading and writing; it goes when closed, even by a killed process.
+    // Nonzero on success.
+    int CreateUnnamed();
     // Writes buffered data, releases the lock and the descriptor. Nonzero when
     // the buffered data reached the file (also when nothing was open).
     int Close();

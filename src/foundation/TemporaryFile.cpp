@@ -15,27 +15,19 @@ TemporaryFile::TemporaryFile() = default;
 
 TemporaryFile::~TemporaryFile() = default;
 
-std::wstring TemporaryFile::UniqueName(const wchar_t* prefix) {
+std::wstring TemporaryFile::Folder() {
     wchar_t directory[kMaxTempPath];
     uint32_t length = GetTempPathW(kMaxTempPath, directory);
-    if (length == 0 || length >= kMaxTempPath) return {};
-    wchar_t name[kMaxTempPath];
-    if (GetTempFileNameW(directory, prefix, 0, name) == 0) return {};
-    // Making the name reserves it with an empty file; the caller makes its own.
-    ::quillet::DeleteFileW(name);
-    return name;
+    return length == 0 || length >= kMaxTempPath ? std::wstring() : std::wstring(directory);
 }
 
-bool TemporaryFile::Create(const wchar_t* prefix) {
-    std::wstring name = UniqueName(prefix);
-    if (name.empty()) return false;
-    file_ = std::make_unique<File>(name.c_str());
-    bool created = file_->Create(1, 0);
-    // From here on the file is reached through its descriptor only, so that
-    // nothing is left behind, even by a process that is killed.
-    ::quillet::DeleteFileW(name.c_str());
-    if (!created) file_.reset();
-    return created;
+bool TemporaryFile::Create() {
+    std::wstring folder = Folder();
+    if (folder.empty()) return false;
+    file_ = std::make_unique<File>(folder.c_str());
+    if (file_->CreateUnnamed()) return true;
+    file_.reset();
+    return false;
 }
 
 }  // namespace quillet

@@ -2,8 +2,8 @@
 
 // Rewrites build their new contents in the temporary directory (TMPDIR) and
 // must leave nothing there whatever happens, a kill included: a TemporaryFile
-// is deleted from its folder as soon as it is created, and lives on through
-// its open descriptor until the object goes.
+// has no name in its folder, and lives through its open descriptor until the
+// object goes.
 
 #include <memory>
 #include <string>
@@ -12,7 +12,7 @@ namespace quillet {
 
 class File;
 
-// A file in the temporary directory, with no name once created.
+// A file in the temporary directory, with no name.
 class TemporaryFile {
 public:
     TemporaryFile();
@@ -20,14 +20,11 @@ public:
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
 
-    // A name in the temporary directory that no file has, starting with
-    // `prefix`, or an empty string when none can be made. The caller creates
-    // (and removes) the file.
-    static std::wstring UniqueName(const wchar_t* prefix);
+    // The temporary directory, with a trailing "/"; empty when it is unknown.
+    static std::wstring Folder();
 
-    // Makes a unique name starting with `prefix` and creates the file, open
-    // for reading and writing.
-    bool Create(const wchar_t* prefix);
+    // Creates the file, with no name, open for reading and writing.
+    bool Create();
     File& file() { return *file_; }
 
 private:

@@ -16,6 +16,19 @@ namespace quillet {
 
 namespace {
 
+// A temporary file has no name, in its path's folder: it goes when closed,
+// and with the process if that is killed.
+bool CreateAt(std::unique_ptr<File>& file, const std::wstring& path, bool temporary) {
+    if (!temporary) {
+        file = std::make_unique<File>(path.c_str());
+        return file->Create(1, 0);
+    }
+    size_t slash = path.rfind(L'/');
+    std::wstring folder = slash == std::wstring::npos ? L"." : path.substr(0, slash + 1);
+    file = std::make_unique<File>(folder.c_str());
+    return file->CreateUnnamed();
+}
+
 constexpr int32_t kMaxWords = INT32_MAX / 2;
 constexpr int32_t kCopyChunk = 4096;
 
@@ -183,8 +196,7 @@ bool VFile::Create(int32_t userType, Mode /*mode*/, bool temporary, AccessMethod
     header_.userType = userType;
     header_.recordLength = recordLength;
 
-    data_ = std::make_unique<File>(path_.c_str());
-    if (!data_->Create(1, 0)) {
+    if (!CreateAt(data_, path_, temporary)) {
         FailFromFile(*data_);
         Reset();
         return false;
@@ -199,8 +211,7 @@ bool VFile::Create(int32_t userType, Mode /*mode*/, bool temporary, AccessMethod
         }
     }
     if (header_.fileCode == kCodeVariableIndexed) {
-        index_ = std::make_unique<File>(S_IndexPath(path_).c_str());
-        if (!index_->Create(1, 0)) {
+        if (!CreateAt(index_, S_IndexPath(path_), temporary)) {
             FailFromFile(*index_);
             CloseFiles();
             return false;
@@ -281,14 +292,8 @@ bool VFile::Open(Mode mode, AccessMethod accessMethod, bool shareA, bool shareB)
 
 void VFile::CloseFiles() {
     int32_t error = lastError_;
-    bool temporary = temporary_;
     if (data_) data_->Close();
     if (index_) index_->Close();
-    if (temporary) {
-        quillet::DeleteFileW(path_.c_str());
-        std::wstring indexPath = S_IndexPath(path_);
-        if (FileExists(indexPath.c_str())) quillet::DeleteFileW(indexPath.c_str());
-    }
     Reset();
     lastError_ = error;
 }
@@ -691,20 +696,16 @@ bool VFile::CopyOver(VFile& copy) {
 bool VFile::CompactFile() {
     if (!IsOpen() || readOnly_) return Fail(readOnly_ ? File::kAccessDenied : File::kNotOpen);
     if (IsVariableLength() && !index_) return Fail(File::kNotOpen);
-    std::wstring name = TemporaryFile::UniqueName(L"vfc");
-    if (name.empty()) return Fail(File::kGeneralFailure);
+    std::wstring folder = TemporaryFile::Folder();
+    if (folder.empty()) return Fail(File::kGeneralFailure);
     // The copy is a new file of indexed access in the default byte order, and
     // it is what replaces this one: a little-endian file, or one of file code
     // 9991 or 9992, comes out big-endian with code 9993 or 9994. Only the
     // user type, the record length and the user header carry over.
-    VFile copy(name.c_str());
+    VFile copy((folder + L"compaction").c_str());
     if (!copy.Create(header_.userType, kReadWrite, true, kIndexed, header_.recordLength)) {
         return Fail(copy.GetLastError());
     }
-    // The copy is reached through its open files only, so that nothing of it
-    // outlives this process, even killed.
-    quillet::DeleteFileW(name.c_str());
-    quillet::DeleteFileW(S_IndexPath(name).c_str());
     bool ok =
         CopyLiveRecordsTo(copy) && copy.WriteUserHeader(header_.userHeader, kUserHeaderLength);
     if (!ok && copy.GetLastError() != File::kNoError) lastError_ = copy.GetLastError();

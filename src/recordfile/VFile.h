@@ -104,7 +104,8 @@ public:
 
     // Creates (replacing) the data file, and for variable-length indexed
     // records its index file. recordLength is in 16-bit words; < 1 makes
-    // variable-length records. A temporary file is deleted at Close. New files
+    // variable-length records. A temporary file has no name (it is made in the
+    // path's folder) and goes at Close, or with the process. New files
     // are big-endian unless `type` says otherwise, and always writable: `mode`
     // is kept for the callers' argument lists.
     bool Create(int32_t userType, Mode mode, bool temporary, AccessMethod accessMethod,

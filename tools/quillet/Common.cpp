@@ -10,6 +10,7 @@
 #include <iostream>
 #include <system_error>
 
+#include "foundation/RewriteRecovery.h"
 #include "foundation/String.h"
 
 namespace quillet::tool {
@@ -54,8 +55,36 @@ void RequireRegularFile(const std::filesystem::path& path) {
     }
 }
 
+std::string RecoveryProblem(const std::filesystem::path& path, int outcome,
+                            const std::string& journals) {
+    switch (static_cast<RecoveryOutcome>(outcome)) {
+        case RecoveryOutcome::kInUse:
+            return path.string() + ": in use by another program (a rewrite may be running)";
+        case RecoveryOutcome::kCannotWrite:
+            return path.string() + ": " + journals + " holds the old bytes of an interrupted " +
+                   "rewrite, but the files cannot be written to put them back (access denied)";
+        case RecoveryOutcome::kFailed:
+            return path.string() + ": putting back the old bytes from " + journals +
+                   " failed (is the disk full?); the journal stays for `quillet recover`";
+        default: return "";
+    }
+}
+
+void RecoverBeforeReading(const std::filesystem::path& path) {
+    RecoveryReport report = RecoverInterruptedRewrite(WidePath(path));
+    std::string journals;
+    for (const auto& journal : report.journals)
+        journals += (journals.empty() ? "" : ", ") + Utf8(journal);
+    std::string problem = RecoveryProblem(path, static_cast<int>(report.outcome), journals);
+    if (!problem.empty()) throw Failure(problem);
+    if (report.outcome == RecoveryOutcome::kRolledBack)
+        std::cerr << "quillet: note: " << path.string()
+                  << ": rolled back an interrupted rewrite from " << journals << "\n";
+}
+
 std::vector<unsigned char> ReadHead(const std::filesystem::path& path, size_t n) {
     RequireRegularFile(path);
+    RecoverBeforeReading(path);
     std::ifstream in(path, std::ios::binary);
     if (!in) throw Failure(path.string() + ": cannot be opened for reading");
     std::vector<unsigned char> head(n);

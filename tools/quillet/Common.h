@@ -30,7 +30,17 @@ std::string Count(int64_t count, const std::string& noun);
 // Fails (Failure naming the path) unless `path` is an existing regular file.
 void RequireRegularFile(const std::filesystem::path& path);
 
-// Up to `n` first bytes of a file; Failure when it cannot be read.
+// What a rewrite that was killed or failed left of `path` is put back before
+// anything reads it, as the library's opens do; a note on stderr says so.
+// Failure when it cannot be (the file is in use, or cannot be written).
+void RecoverBeforeReading(const std::filesystem::path& path);
+// Why a recovery (RecoverInterruptedRewrite) keeps `path` closed; empty when
+// it does not.
+std::string RecoveryProblem(const std::filesystem::path& path, int outcome,
+                            const std::string& journals);
+
+// Up to `n` first bytes of a file, after RecoverBeforeReading; Failure when
+// it cannot be read.
 std::vector<unsigned char> ReadHead(const std::filesystem::path& path, size_t n);
 
 // A code page Quillet converts, and what serves it: a table file, the

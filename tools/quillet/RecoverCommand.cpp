@@ -43,15 +43,7 @@ void Recover(const std::string& path) {
             std::cout << path << ": rolled back an interrupted rewrite; restored "
                       << JoinNames(report.restored) << " from " << journals << "\n";
             return;
-        case RecoveryOutcome::kInUse:
-            throw Failure(path + ": in use by another program (a rewrite may be running); " +
-                          "nothing was done");
-        case RecoveryOutcome::kCannotWrite:
-            throw Failure(path + ": " + journals +
-                          " holds the old bytes, but the files cannot be written (access denied)");
-        case RecoveryOutcome::kFailed:
-            throw Failure(path + ": putting back the old bytes from " + journals +
-                          " failed (is the disk full?); the journal stays for another try");
+        default: throw Failure(RecoveryProblem(path, static_cast<int>(report.outcome), journals));
     }
 }
 
