@@ -140,13 +140,17 @@ int File::CreateUnnamed() {
     if (FaultInjection::ShouldFail(FaultInjection::kCreate)) return FailFromErrno(EACCES);
     int fd = OpenUnnamed(nativePath_.c_str());
     if (fd < 0) return FailFromErrno(errno);
+    Adopt(fd, false, false);
+    return Succeed();
+}
+
+void File::Adopt(int fd, bool readOnly, bool othersMayWrite) {
     fd_ = fd;
-    readOnly_ = false;
-    othersMayWrite_ = false;
+    readOnly_ = readOnly;
+    othersMayWrite_ = othersMayWrite;
     position_ = 0;
     bufferFill_ = 0;
     writeFill_ = 0;
-    return Succeed();
 }
 
 int File::OpenDescriptor(int flags, bool readOnly, bool exclusiveLock, bool othersMayWrite) {
@@ -161,12 +165,7 @@ int File::OpenDescriptor(int flags, bool readOnly, bool exclusiveLock, bool othe
         ::close(fd);
         return FailFromErrno(err);
     }
-    fd_ = fd;
-    readOnly_ = readOnly;
-    othersMayWrite_ = othersMayWrite;
-    position_ = 0;
-    bufferFill_ = 0;
-    writeFill_ = 0;
+    Adopt(fd, readOnly, othersMayWrite);
     if (readOnly_ && !othersMayWrite_) MapIfWorthIt();
     return Succeed();
 }

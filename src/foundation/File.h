@@ -107,6 +107,8 @@ public:
 
 private:
     int OpenDescriptor(int flags, bool readOnly, bool exclusiveLock, bool othersMayWrite);
+    // Takes an open descriptor as this object's, with empty buffers.
+    void Adopt(int fd, bool readOnly, bool othersMayWrite);
     bool FlushWriteBuffer();
     int32_t ReadBuffered(unsigned char* out, int32_t n);
     // Keeps the read buffer equal to the file after a write of [at, at + n).
