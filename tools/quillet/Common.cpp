@@ -71,6 +71,8 @@ std::string RecoveryProblem(const std::filesystem::path& path, int outcome,
 }
 
 void RecoverBeforeReading(const std::filesystem::path& path) {
+    // A journal is shown as it stands, never followed.
+    if (path.filename().string().ends_with("-journal")) return;
     RecoveryReport report = RecoverInterruptedRewrite(WidePath(path));
     std::string journals;
     for (const auto& journal : report.journals)

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "Common.h"
+#include "foundation/Win32Error.h"
 
 namespace quillet::tool {
 
@@ -65,8 +66,25 @@ std::string StatusText(int32_t status) {
     }
 }
 
+namespace {
+
+// What the system said of a failed write, which the table's status does not.
+std::string WriteFailureCause() {
+    switch (quillet::GetLastError()) {
+        case ERROR_DISK_FULL: return " (no space left on the device)";
+        case ERROR_ACCESS_DENIED: return " (access denied)";
+        case ERROR_SHARING_VIOLATION: return " (the file is in use)";
+        case ERROR_WRITE_FAULT: return " (an input/output error)";
+        default: return "";
+    }
+}
+
+}  // namespace
+
 void Fail(const std::filesystem::path& path, const DBase& table) {
-    throw Failure(path.string() + ": " + StatusText(table.GetLastStatus()));
+    int32_t status = table.GetLastStatus();
+    std::string cause = status == DBase::kStatusWriteFailed ? WriteFailureCause() : "";
+    throw Failure(path.string() + ": " + StatusText(status) + cause);
 }
 
 DbfLayout OpenTable(DBase& table, const std::filesystem::path& path, bool readOnly) {

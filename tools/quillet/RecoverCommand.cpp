@@ -3,10 +3,12 @@
 // what a crash left (--check) and for finishing a rollback that failed, once
 // its cause (a full disk, a read-only folder) is gone.
 
+#include <cstring>
 #include <iostream>
 
 #include "Common.h"
 #include "foundation/RewriteRecovery.h"
+#include "foundation/RollbackJournal.h"
 
 namespace quillet::tool {
 
@@ -68,8 +70,27 @@ void Install(CLI::App& app) {
     });
 }
 
+// `quillet info` of a journal: the files it would put back, and whether it
+// is whole (a rewrite was interrupted) or torn (it never changed anything).
+bool ProbeJournal(const std::filesystem::path& path, std::span<const unsigned char> head,
+                  Json& out) {
+    static constexpr char kMagic[] = "quillet-journal\n";
+    if (head.size() < 16 || std::memcmp(head.data(), kMagic, 16) != 0) return false;
+    RollbackJournal journal(WidePath(path));
+    bool whole = journal.Load() == RollbackJournal::State::kWhole;
+    out["kind"] = "rollback journal";
+    out["state"] = whole ? "whole: an interrupted rewrite, to be rolled back"
+                         : "torn: its rewrite changed nothing";
+    Json files = Json::array();
+    for (const auto& entry : journal.entries())
+        files.push_back(Json{{"name", entry.name}, {"length", entry.length}});
+    out["files"] = files;
+    return true;
+}
+
 void Register() {
     RegisterGroup("recover", Install);
+    RegisterInfoProbe({40, "rollback journal", ProbeJournal});
 }
 
 }  // namespace
