@@ -10,10 +10,12 @@
 
 #include "Common.h"
 #include "DbfTable.h"
+#include "GeometryText.h"
 #include "LayerDeletion.h"
 #include "ShapeLayer.h"
 #include "foundation/ByteOrder.h"
 #include "recordfile/VFile.h"
+#include "shape/ShapeGeometry.h"
 #include "shape/ShpFile.h"
 
 namespace quillet::tool {
@@ -109,8 +111,20 @@ std::string BoxText(const RecordSummary& summary) {
     return text;
 }
 
-// Lists the live records that can be read; returns how many could not.
-int32_t PrintRecords(ShpFile& shp, const std::string& format, int64_t limit) {
+// Prints a record as WKT or GeoJSON; false, with the reason in `problem`, when
+// its bytes are no geometry.
+bool PrintGeometry(const unsigned char* bytes, int32_t length, const std::string& format,
+                   std::string& problem) {
+    ShapeGeometry geometry;
+    if (!geometry.Decode({bytes, static_cast<size_t>(length)}, problem)) return false;
+    std::cout << (format == "wkt" ? ToWkt(geometry) : ToGeoJson(geometry).dump()) << '\n';
+    return true;
+}
+
+// Lists the live records that can be read; returns how many could not, and
+// adds to `bad` the reason each record that holds no geometry is left out.
+int32_t PrintRecords(ShpFile& shp, const std::string& format, int64_t limit,
+                     std::vector<std::string>& bad) {
     int64_t shown = 0;
     int32_t unreadable = 0;
     for (int32_t n = 0; n < shp.GetNumRecords() && (limit < 0 || shown < limit); ++n) {
@@ -121,8 +135,14 @@ int32_t PrintRecords(ShpFile& shp, const std::string& format, int64_t limit) {
             ++unreadable;
             continue;
         }
-        RecordSummary summary = Summarise(bytes, length);
         ++shown;
+        if (format == "wkt" || format == "geojson") {
+            std::string problem;
+            if (!PrintGeometry(bytes, length, format, problem))
+                bad.push_back("record " + std::to_string(n + 1) + ": " + problem);
+            continue;
+        }
+        RecordSummary summary = Summarise(bytes, length);
         if (format == "jsonl") {
             Json line;
             line["record"] = n + 1;
@@ -140,7 +160,9 @@ int32_t PrintRecords(ShpFile& shp, const std::string& format, int64_t limit) {
 
 void RunRecords(const std::string& file, const std::string& format, int64_t limit) {
     auto shp = OpenShape(file, true);
-    std::string damage = ShapeDamage(file, PrintRecords(*shp, format, limit));
+    std::vector<std::string> bad;
+    std::string damage = ShapeDamage(file, PrintRecords(*shp, format, limit, bad));
+    for (const auto& reason : bad) damage += (damage.empty() ? file + ": " : "; ") + reason;
     if (!damage.empty()) throw Failure(damage);
 }
 
@@ -303,7 +325,8 @@ void RunDemo(const std::filesystem::path& folder) {
         auto shp = OpenShape(folder / layer.name, true);
         std::cout << "\n" << layer.name << " (quillet shp info, quillet shp records):\n";
         PrintFields(InfoJson(*shp));
-        PrintRecords(*shp, "text", -1);
+        std::vector<std::string> bad;
+        PrintRecords(*shp, "text", -1, bad);
     }
 }
 
@@ -323,7 +346,10 @@ void Install(CLI::App& app) {
     auto format = std::make_shared<std::string>("text");
     auto limit = std::make_shared<int64_t>(-1);
     records->add_option("SHP", *recordsFile, "The shape data file")->required();
-    records->add_option("--format", *format, "text or jsonl")->check(CLI::IsMember({"text", "jsonl"}));
+    records
+        ->add_option("--format", *format,
+                     "text, jsonl, wkt (ISO, with Z/M/ZM) or geojson (a geometry a line)")
+        ->check(CLI::IsMember({"text", "jsonl", "wkt", "geojson"}));
     AddLimitOption(*records, *limit, "records");
     records->callback([recordsFile, format, limit] { RunRecords(*recordsFile, *format, *limit); });
 

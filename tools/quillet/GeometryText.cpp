@@ -1,0 +1,267 @@
+#include "GeometryText.h"
+
+#include <charconv>
+#include <cmath>
+
+namespace quillet::tool {
+
+namespace {
+
+using Kind = ShapeGeometry::Kind;
+
+// Indices of points: a ring or a line.
+using Path = std::vector<int32_t>;
+struct Polygon {
+    std::vector<Path> rings;  // the outer ring first
+};
+
+std::vector<Path> PartsOf(const ShapeGeometry& g) {
+    std::vector<Path> paths;
+    for (size_t i = 0; i < g.parts.size(); ++i) {
+        int32_t end =
+            i + 1 < g.parts.size() ? g.parts[i + 1] : static_cast<int32_t>(g.points.size());
+        Path path;
+        for (int32_t p = g.parts[i]; p < end; ++p) path.push_back(p);
+        paths.push_back(path);
+    }
+    return paths;
+}
+
+// Twice the signed area: negative for a clockwise ring.
+double SignedArea(const ShapeGeometry& g, const Path& ring) {
+    double sum = 0;
+    for (size_t i = 0; i + 1 < ring.size(); ++i) {
+        const auto& a = g.points[static_cast<size_t>(ring[i])];
+        const auto& b = g.points[static_cast<size_t>(ring[i + 1])];
+        sum += a.x * b.y - b.x * a.y;
+    }
+    return sum;
+}
+
+bool Contains(const ShapeGeometry& g, const Path& ring, ShapeGeometry::Point p) {
+    bool inside = false;
+    for (size_t i = 0, j = ring.size() - 1; i < ring.size(); j = i++) {
+        const auto& a = g.points[static_cast<size_t>(ring[i])];
+        const auto& b = g.points[static_cast<size_t>(ring[j])];
+        if ((a.y > p.y) != (b.y > p.y) && p.x < (b.x - a.x) * (p.y - a.y) / (b.y - a.y) + a.x)
+            inside = !inside;
+    }
+    return inside;
+}
+
+// Each hole goes to the smallest outer ring that holds its first point, or
+// else to the outer ring before it.
+std::vector<Polygon> GroupRings(const ShapeGeometry& g, const std::vector<Path>& rings) {
+    std::vector<Polygon> polygons;
+    std::vector<Path> holes;
+    for (const Path& ring : rings) {
+        if (ring.empty()) continue;
+        if (SignedArea(g, ring) <= 0 || polygons.empty()) {
+            polygons.push_back({{ring}});
+        } else {
+            holes.push_back(ring);
+        }
+    }
+    for (const Path& hole : holes) {
+        Polygon* best = &polygons.back();
+        double bestArea = INFINITY;
+        for (Polygon& polygon : polygons) {
+            double area = std::fabs(SignedArea(g, polygon.rings[0]));
+            if (area < bestArea && Contains(g, polygon.rings[0], g.points[size_t(hole[0])])) {
+                best = &polygon;
+                bestArea = area;
+            }
+        }
+        best->rings.push_back(hole);
+    }
+    return polygons;
+}
+
+// A multipatch as polygons: rings as they come, strips and fans as triangles.
+std::vector<Polygon> PatchPolygons(const ShapeGeometry& g) {
+    enum { kStrip = 0, kFan = 1, kOuter = 2, kInner = 3, kFirst = 4, kRing = 5 };
+    std::vector<Path> parts = PartsOf(g);
+    std::vector<Polygon> polygons;
+    for (size_t i = 0; i < parts.size(); ++i) {
+        const Path& part = parts[i];
+        int32_t partType = g.partTypes[i];
+        if (partType == kStrip || partType == kFan) {
+            for (size_t t = 2; t < part.size(); ++t) {
+                int32_t a = partType == kFan ? part[0] : part[t - 2];
+                polygons.push_back({{{a, part[t - 1], part[t], a}}});
+            }
+        } else if ((partType == kInner || partType == kRing) && !polygons.empty()) {
+            polygons.back().rings.push_back(part);
+        } else {
+            polygons.push_back({{part}});
+        }
+    }
+    return polygons;
+}
+
+std::vector<Polygon> Polygons(const ShapeGeometry& g) {
+    return g.kind() == Kind::kMultiPatch ? PatchPolygons(g) : GroupRings(g, PartsOf(g));
+}
+
+// ---- WKT ----
+
+void AppendNumber(std::string& out, double value) {
+    char text[32];
+    auto result = std::to_chars(text, text + sizeof text, value);
+    out.append(text, result.ptr);
+}
+
+void AppendPoint(std::string& out, const ShapeGeometry& g, int32_t p) {
+    auto i = static_cast<size_t>(p);
+    AppendNumber(out, g.points[i].x);
+    out += ' ';
+    AppendNumber(out, g.points[i].y);
+    if (g.hasZ) {
+        out += ' ';
+        AppendNumber(out, g.z[i]);
+    }
+    if (g.hasM) {
+        out += ' ';
+        AppendNumber(out, g.m[i]);
+    }
+}
+
+void AppendPath(std::string& out, const ShapeGeometry& g, const Path& path) {
+    out += '(';
+    for (size_t i = 0; i < path.size(); ++i) {
+        if (i > 0) out += ", ";
+        AppendPoint(out, g, path[i]);
+    }
+    out += ')';
+}
+
+void AppendPolygon(std::string& out, const ShapeGeometry& g, const Polygon& polygon) {
+    out += '(';
+    for (size_t i = 0; i < polygon.rings.size(); ++i) {
+        if (i > 0) out += ", ";
+        AppendPath(out, g, polygon.rings[i]);
+    }
+    out += ')';
+}
+
+std::string Tagged(const ShapeGeometry& g, const char* name) {
+    std::string tag = name;
+    if (g.hasZ || g.hasM) tag += std::string(" ") + (g.hasZ ? "Z" : "") + (g.hasM ? "M" : "");
+    return tag + " ";
+}
+
+std::string PolygonsWkt(const ShapeGeometry& g) {
+    std::vector<Polygon> polygons = Polygons(g);
+    if (polygons.empty()) return Tagged(g, "POLYGON") + "EMPTY";
+    if (polygons.size() == 1) {
+        std::string out = Tagged(g, "POLYGON");
+        AppendPolygon(out, g, polygons[0]);
+        return out;
+    }
+    std::string out = Tagged(g, "MULTIPOLYGON") + "(";
+    for (size_t i = 0; i < polygons.size(); ++i) {
+        if (i > 0) out += ", ";
+        AppendPolygon(out, g, polygons[i]);
+    }
+    return out + ")";
+}
+
+std::string LinesWkt(const ShapeGeometry& g) {
+    std::vector<Path> parts = PartsOf(g);
+    if (parts.empty()) return Tagged(g, "LINESTRING") + "EMPTY";
+    if (parts.size() == 1) {
+        std::string out = Tagged(g, "LINESTRING");
+        AppendPath(out, g, parts[0]);
+        return out;
+    }
+    std::string out = Tagged(g, "MULTILINESTRING") + "(";
+    for (size_t i = 0; i < parts.size(); ++i) {
+        if (i > 0) out += ", ";
+        AppendPath(out, g, parts[i]);
+    }
+    return out + ")";
+}
+
+// ---- GeoJSON ----
+
+Json Position(const ShapeGeometry& g, int32_t p) {
+    auto i = static_cast<size_t>(p);
+    Json position = {g.points[i].x, g.points[i].y};
+    if (g.hasZ) position.push_back(g.z[i]);
+    return position;
+}
+
+Json Positions(const ShapeGeometry& g, const Path& path) {
+    Json positions = Json::array();
+    for (int32_t p : path) positions.push_back(Position(g, p));
+    return positions;
+}
+
+Json PolygonJson(const ShapeGeometry& g, const Polygon& polygon) {
+    Json rings = Json::array();
+    for (const Path& ring : polygon.rings) rings.push_back(Positions(g, ring));
+    return rings;
+}
+
+Json Geometry(const char* type, Json coordinates) {
+    return Json{{"type", type}, {"coordinates", std::move(coordinates)}};
+}
+
+}  // namespace
+
+std::string ToWkt(const ShapeGeometry& g) {
+    switch (g.kind()) {
+        case Kind::kNull:
+        case Kind::kUnknown: return "GEOMETRYCOLLECTION EMPTY";
+        case Kind::kPoint: {
+            std::string out = Tagged(g, "POINT") + "(";
+            AppendPoint(out, g, 0);
+            return out + ")";
+        }
+        case Kind::kMultiPoint: {
+            std::string out = Tagged(g, "MULTIPOINT");
+            if (g.points.empty()) return out + "EMPTY";
+            out += '(';
+            for (size_t i = 0; i < g.points.size(); ++i) {
+                if (i > 0) out += ", ";
+                AppendPath(out, g, {static_cast<int32_t>(i)});
+            }
+            return out + ")";
+        }
+        case Kind::kPolyline: return LinesWkt(g);
+        case Kind::kPolygon:
+        case Kind::kMultiPatch: return PolygonsWkt(g);
+    }
+    return "";
+}
+
+Json ToGeoJson(const ShapeGeometry& g) {
+    switch (g.kind()) {
+        case Kind::kNull:
+        case Kind::kUnknown: return nullptr;
+        case Kind::kPoint: return Geometry("Point", Position(g, 0));
+        case Kind::kMultiPoint: {
+            Path all;
+            for (size_t i = 0; i < g.points.size(); ++i) all.push_back(static_cast<int32_t>(i));
+            return Geometry("MultiPoint", Positions(g, all));
+        }
+        case Kind::kPolyline: {
+            std::vector<Path> parts = PartsOf(g);
+            if (parts.size() == 1) return Geometry("LineString", Positions(g, parts[0]));
+            Json lines = Json::array();
+            for (const Path& part : parts) lines.push_back(Positions(g, part));
+            return Geometry("MultiLineString", lines);
+        }
+        case Kind::kPolygon:
+        case Kind::kMultiPatch: {
+            std::vector<Polygon> polygons = Polygons(g);
+            if (polygons.size() == 1) return Geometry("Polygon", PolygonJson(g, polygons[0]));
+            Json all = Json::array();
+            for (const Polygon& polygon : polygons) all.push_back(PolygonJson(g, polygon));
+            return Geometry("MultiPolygon", all);
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace quillet::tool

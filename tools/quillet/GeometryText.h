@@ -1,0 +1,21 @@
+#pragma once
+
+// Shape geometry as text for other programs: ISO WKT (with Z, M or ZM) and
+// GeoJSON geometry objects (x, y and z; GeoJSON has no m). Polylines of one
+// part are line strings; polygons group their rings as the shape encoding
+// means them (a clockwise ring is an outer ring, a counterclockwise one a
+// hole of the outer ring that contains it); a multipatch is the polygons of
+// its rings and the triangles of its strips and fans.
+
+#include <string>
+
+#include "Registry.h"
+#include "shape/ShapeGeometry.h"
+
+namespace quillet::tool {
+
+std::string ToWkt(const ShapeGeometry& geometry);
+// Null for a null shape.
+Json ToGeoJson(const ShapeGeometry& geometry);
+
+}  // namespace quillet::tool
