@@ -150,10 +150,15 @@ std::string Tagged(const ShapeGeometry& g, const char* name) {
     return tag + " ";
 }
 
+// A multipatch is a multipolygon however many polygons it makes.
+bool OnePolygon(const ShapeGeometry& g, const std::vector<Polygon>& polygons) {
+    return polygons.size() == 1 && g.kind() != Kind::kMultiPatch;
+}
+
 std::string PolygonsWkt(const ShapeGeometry& g) {
     std::vector<Polygon> polygons = Polygons(g);
     if (polygons.empty()) return Tagged(g, "POLYGON") + "EMPTY";
-    if (polygons.size() == 1) {
+    if (OnePolygon(g, polygons)) {
         std::string out = Tagged(g, "POLYGON");
         AppendPolygon(out, g, polygons[0]);
         return out;
@@ -255,7 +260,7 @@ Json ToGeoJson(const ShapeGeometry& g) {
         case Kind::kPolygon:
         case Kind::kMultiPatch: {
             std::vector<Polygon> polygons = Polygons(g);
-            if (polygons.size() == 1) return Geometry("Polygon", PolygonJson(g, polygons[0]));
+            if (OnePolygon(g, polygons)) return Geometry("Polygon", PolygonJson(g, polygons[0]));
             Json all = Json::array();
             for (const Polygon& polygon : polygons) all.push_back(PolygonJson(g, polygon));
             return Geometry("MultiPolygon", all);
