@@ -91,26 +91,28 @@ std::optional<std::string> ReadCpg(const std::filesystem::path& table) {
     return std::nullopt;
 }
 
-void RunInfo(const std::string& file, bool json) {
-    std::filesystem::path path(file);
+}  // namespace
+
+std::string ChooseTableCodePage(const std::filesystem::path& path, CodePage& page) {
     unsigned char ldid = ReadDbfLayout(path).ldid;
     auto cpg = ReadCpg(path);
+    if (ldid != 0 && page.SetCodePage(ldid)) return "language driver byte";
+    if (ldid != 0) return "language driver byte unknown: system default";
+    if (cpg && page.SetCodePage(String::FromUtf8(*cpg))) return ".cpg file";
+    if (cpg) return ".cpg text not recognised: system default";
+    return "no language driver byte and no .cpg file: system default";
+}
 
+namespace {
+
+void RunInfo(const std::string& file, bool json) {
+    std::filesystem::path path(file);
     CodePage page;
-    std::string reason;
-    if (ldid != 0 && page.SetCodePage(ldid)) {
-        reason = "language driver byte";
-    } else if (ldid != 0) {
-        reason = "language driver byte unknown: system default";
-    } else if (cpg && page.SetCodePage(String::FromUtf8(*cpg))) {
-        reason = ".cpg file";
-    } else if (cpg) {
-        reason = ".cpg text not recognised: system default";
-    } else {
-        reason = "no language driver byte and no .cpg file: system default";
-    }
-
-    Json out = {{"file", file}, {"ldid", ldid}, {"cpg", cpg ? Json(*cpg) : Json(nullptr)}};
+    std::string reason = ChooseTableCodePage(path, page);
+    auto cpg = ReadCpg(path);
+    Json out = {{"file", file},
+                {"ldid", ReadDbfLayout(path).ldid},
+                {"cpg", cpg ? Json(*cpg) : Json(nullptr)}};
     out.update(CodePageJson(page));
     out["reason"] = reason;
     json ? PrintJson(out) : PrintFields(out);

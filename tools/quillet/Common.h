@@ -57,6 +57,11 @@ std::vector<ConvertibleCodePage> ConvertibleCodePages();
 // library takes any number in range as a code page's).
 uint32_t ParseCodePage(const std::string& text);
 
+// Sets `page` to the code page a table's text is read in, as the library
+// chooses it, and returns why: "language driver byte", ".cpg file", or a
+// system default and the reason for it.
+std::string ChooseTableCodePage(const std::filesystem::path& table, CodePage& page);
+
 // Text to a code page's bytes and back, whole (a zero ends the text). Bytes
 // the code page rejects read as U+FFFD.
 std::string EncodeText(CodePage& page, const std::wstring& text);

@@ -51,6 +51,26 @@ std::string ShapeDamage(const fs::path& path, int32_t unreadable) {
     return damage.empty() ? "" : path.string() + ": damaged: " + damage;
 }
 
+const char* ShapeTypeName(int32_t type) {
+    switch (type) {
+        case ShpFile::qovaShapeNull: return "Null";
+        case ShpFile::qovaShapePoint: return "Point";
+        case ShpFile::qovaShapePolyline: return "PolyLine";
+        case ShpFile::qovaShapePolygon: return "Polygon";
+        case ShpFile::qovaShapeMultipoint: return "MultiPoint";
+        case ShpFile::qovaShapePointZ: return "PointZ";
+        case ShpFile::qovaShapePolylineZ: return "PolyLineZ";
+        case ShpFile::qovaShapePolygonZ: return "PolygonZ";
+        case ShpFile::qovaShapeMultipointZ: return "MultiPointZ";
+        case ShpFile::qovaShapePointM: return "PointM";
+        case ShpFile::qovaShapePolylineM: return "PolyLineM";
+        case ShpFile::qovaShapePolygonM: return "PolygonM";
+        case ShpFile::qovaShapeMultipointM: return "MultiPointM";
+        case ShpFile::qovaShapeMultiPatch: return "MultiPatch";
+        default: return "unknown";
+    }
+}
+
 ShapeFileNames NamesOfLayer(const fs::path& shp) {
     auto name = shp.filename();
     auto with = [&](const char* extension) {

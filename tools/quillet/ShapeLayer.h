@@ -22,6 +22,9 @@ std::unique_ptr<ShpFile> OpenShape(const std::filesystem::path& path, bool readO
 // `unreadable` of its live records could not be read; empty otherwise.
 std::string ShapeDamage(const std::filesystem::path& path, int32_t unreadable);
 
+// "Point", "PolygonZ", ...: the name of a shape type; "unknown" for none.
+const char* ShapeTypeName(int32_t type);
+
 // The file names (no folder) of the layer of a shape data file.
 struct ShapeFileNames {
     std::string data;

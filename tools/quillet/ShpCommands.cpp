@@ -24,26 +24,6 @@ namespace {
 
 constexpr int32_t kShapeFileCode = 9994;
 
-const char* ShapeTypeName(int32_t type) {
-    switch (type) {
-        case ShpFile::qovaShapeNull: return "Null";
-        case ShpFile::qovaShapePoint: return "Point";
-        case ShpFile::qovaShapePolyline: return "PolyLine";
-        case ShpFile::qovaShapePolygon: return "Polygon";
-        case ShpFile::qovaShapeMultipoint: return "MultiPoint";
-        case ShpFile::qovaShapePointZ: return "PointZ";
-        case ShpFile::qovaShapePolylineZ: return "PolyLineZ";
-        case ShpFile::qovaShapePolygonZ: return "PolygonZ";
-        case ShpFile::qovaShapeMultipointZ: return "MultiPointZ";
-        case ShpFile::qovaShapePointM: return "PointM";
-        case ShpFile::qovaShapePolylineM: return "PolyLineM";
-        case ShpFile::qovaShapePolygonM: return "PolygonM";
-        case ShpFile::qovaShapeMultipointM: return "MultiPointM";
-        case ShpFile::qovaShapeMultiPatch: return "MultiPatch";
-        default: return "unknown";
-    }
-}
-
 bool IsPointType(int32_t type) { return type % 10 == 1 && type <= 21; }
 bool HasZ(int32_t type) { return type >= 11 && type <= 18; }
 bool HasM(int32_t type) { return HasZ(type) || (type >= 21 && type <= 28) || type == 31; }
