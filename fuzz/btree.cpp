@@ -52,6 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const bool quiet = (SetDebugOutputSink([](const wchar_t*) {}), true);
     (void)quiet;
     if (size < 1) return 0;
+    fuzz::InputScope scope;
     static const MTDataType kTypes[] = {MTString, MTWString, MTShort,  MTLong,
                                         MTInt64,  MTFloat,   MTDouble, MTDate};
     bool ng = data[0] & 1;

@@ -1,31 +1,17 @@
 // Opens a table made of the fuzz bytes and reads every field of every record
 // as text, number, integer, date, logical and variant.
 
-#include <unistd.h>
-
+#include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <string>
 
+#include "FuzzFiles.h"
 #include "dbase/DBase.h"
 
-namespace {
-
-const std::string& TablePath() {
-    static const std::string path = "/tmp/quillet-fuzz-dbase-" + std::to_string(getpid()) + ".dbf";
-    return path;
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    std::FILE* out = std::fopen(TablePath().c_str(), "wb");
-    if (!out) return 0;
-    bool written = std::fwrite(data, 1, size, out) == size;
-    if (std::fclose(out) != 0 || !written) return 0;
-
-    std::wstring path(TablePath().begin(), TablePath().end());
-    quillet::DBase table(path);
+    quillet::fuzz::InputScope scope;
+    quillet::fuzz::WriteFile(quillet::fuzz::Folder() / "f.dbf", data, size);
+    quillet::DBase table(quillet::fuzz::Wide(quillet::fuzz::Folder() / "f.dbf"));
     if (!table.Open(true, true, quillet::CodePage::qovaCodePageDefault)) return 0;
     // Records beyond the end of the file all read alike (they fail); a huge
     // count in the header must not make the target run on.

@@ -38,6 +38,7 @@ void ReadEverything(quillet::VFile& file) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 2) return 0;
+    quillet::fuzz::InputScope scope;
     size_t split = std::min<size_t>(size - 2, data[0] | (data[1] << 8));
     quillet::fuzz::WriteFile(quillet::fuzz::Folder() / "f.shp", data + 2, split);
     quillet::fuzz::WriteFile(quillet::fuzz::Folder() / "f.shx", data + 2 + split, size - 2 - split);

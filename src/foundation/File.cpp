@@ -15,6 +15,7 @@
 
 #include "foundation/Descriptor.h"
 #include "foundation/FaultInjection.h"
+#include "foundation/MappingGuard.h"
 #include "foundation/Win32Error.h"
 #include "foundation/Win32File.h"
 
@@ -103,6 +104,12 @@ private:
         return lengths;
     }
 };
+
+// Whether a read of the mapping in the slot met a page that another program
+// cut from the file; one load, on every read from a mapping.
+inline bool Cut(int slot) {
+    return slot >= 0 && MappingGuard::FirstFault(slot) >= 0;
+}
 
 MappedFiles::Key IdentityOf(const struct stat& st) {
     return {static_cast<uint64_t>(st.st_dev), static_cast<uint64_t>(st.st_ino)};
@@ -232,17 +239,26 @@ int File::Read(void* buffer, int n) {
     if (FaultInjection::ShouldFail(FaultInjection::kRead)) return FailFromErrno(EIO, kReadFailed);
     if (writeFill_ > 0 && !FlushWriteBuffer()) return 0;
     // Sequential reading mostly finds all n bytes at hand.
-    const unsigned char* from = nullptr;
-    if (map_ && position_ <= mapLength_ - n) {
-        from = map_ + position_;
-    } else if (int64_t offset = position_ - bufferStart_; offset >= 0 && offset <= bufferFill_ - n) {
-        from = buffer_.get() + offset;
+    if (map_ && !mapCut_ && position_ <= mapLength_ - n) {
+        std::memcpy(buffer, map_ + position_, static_cast<size_t>(n));
+        // A copy that met a cut page (this one, or a caller's read of memory
+        // handed out) read zeros there: the descriptor tells what the file
+        // now holds, and reads the rest from now on.
+        if (Cut(mapSlot_)) {
+            mapCut_ = true;
+            return ReadBuffered(static_cast<unsigned char*>(buffer), n);
+        }
+        position_ += n;
+        Succeed();
+        return n;
     }
-    if (!from) return ReadBuffered(static_cast<unsigned char*>(buffer), n);
-    std::memcpy(buffer, from, static_cast<size_t>(n));
-    position_ += n;
-    Succeed();
-    return n;
+    if (int64_t offset = position_ - bufferStart_; offset >= 0 && offset <= bufferFill_ - n) {
+        std::memcpy(buffer, buffer_.get() + offset, static_cast<size_t>(n));
+        position_ += n;
+        Succeed();
+        return n;
+    }
+    return ReadBuffered(static_cast<unsigned char*>(buffer), n);
 }
 
 int32_t File::ReadBuffered(unsigned char* out, int32_t n) {
@@ -340,9 +356,22 @@ bool File::FlushWriteBuffer() {
 int32_t File::GetMemory(void** out, int32_t n) {
     if (!out || n < 0) return Fail(kNotOpen);
     if (!map_) return Fail(kNotOpen);
+    if (Cut(mapSlot_)) return Fail(kReadFailed);
     int64_t available = std::max<int64_t>(0, mapLength_ - position_);
     auto take = static_cast<int32_t>(std::min<int64_t>(n, available));
-    *out = map_ + std::min(position_, mapLength_);
+    unsigned char* memory = map_ + std::min(position_, mapLength_);
+    // One byte of every page: a page the file lost faults now, not in the
+    // caller's hands.
+    if (take > 0) {
+        static const auto page = static_cast<intptr_t>(::sysconf(_SC_PAGESIZE));
+        const volatile unsigned char* touch = memory;
+        unsigned char sink = touch[0];
+        for (intptr_t at = page - reinterpret_cast<intptr_t>(memory) % page; at < take; at += page)
+            sink = static_cast<unsigned char>(sink + touch[at]);
+        (void)sink;
+        if (Cut(mapSlot_)) return Fail(kReadFailed);
+    }
+    *out = memory;
     position_ += take;
     if (take < n) {
         Fail(kReadFailed);
@@ -400,6 +429,14 @@ void File::MapIfWorthIt() {
     if (::fstat(fd_, &st) != 0 || st.st_size <= 0) return;
     void* map = ::mmap(nullptr, static_cast<size_t>(st.st_size), PROT_READ, MAP_SHARED, fd_, 0);
     if (map == MAP_FAILED) return;  // reads then go through the buffer
+    int slot = MappingGuard::Register(map, static_cast<size_t>(st.st_size));
+    if (slot < 0) {
+        // Unguarded, a cut of the file by another program would kill the
+        // process: read through the buffer instead.
+        ::munmap(map, static_cast<size_t>(st.st_size));
+        return;
+    }
+    mapSlot_ = slot;
     map_ = static_cast<unsigned char*>(map);
     mapLength_ = st.st_size;
     mapDevice_ = IdentityOf(st).first;
@@ -409,10 +446,17 @@ void File::MapIfWorthIt() {
 
 void File::Unmap() {
     if (!map_) return;
+    MappingGuard::Unregister(mapSlot_);
+    mapSlot_ = -1;
+    mapCut_ = false;
     ::munmap(map_, static_cast<size_t>(mapLength_));
     MappedFiles::Remove({mapDevice_, mapInode_}, mapLength_);
     map_ = nullptr;
     mapLength_ = 0;
+}
+
+bool File::MapWasCut() const {
+    return Cut(mapSlot_);
 }
 
 bool File::Fail(Error error) {

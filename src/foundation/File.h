@@ -21,6 +21,17 @@
 // after a seek. While this process maps a file, SetLength refuses to cut it
 // below the mapping (kSharingViolation), as reading a cut mapping would fault.
 //
+// Another program may still cut a mapped file (one that takes no lock, such
+// as `truncate`). Reading the lost part of a mapping then does not kill the
+// process (see MappingGuard): the pages read as zeros, and once a read has
+// touched one, the File knows its mapping was cut. From then on it is no
+// longer mapped (IsMapped is false, GetMemory fails with kReadFailed) and
+// Read reads through the descriptor, so that a read past the new end is
+// short (kReadFailed); a Read whose copy from the mapping met the cut is
+// read again that way. GetMemory touches every page of what it hands out
+// first, so it fails rather than hand out lost bytes; memory handed out
+// before a cut reads as zeros where the file was cut.
+//
 // Nothing here throws. Every failure is a result (0, false or a short count)
 // plus GetLastError().
 
@@ -90,7 +101,8 @@ public:
     // advances; the result is n, or fewer at the end of the file. Pointers stay
     // valid until Close. On an unmapped file the result is 0.
     int32_t GetMemory(void** out, int32_t n);
-    bool IsMapped() const { return map_ != nullptr; }
+    // Whether the file is mapped, and its mapping has not been found cut.
+    bool IsMapped() const { return map_ != nullptr && !MapWasCut(); }
 
     // The length, counting buffered writes; -1 when not open or when the
     // length does not fit the 32-bit form.
@@ -122,6 +134,9 @@ private:
     bool FailFromErrno(int err, Error otherwise = kGeneralFailure);
     void MapIfWorthIt();
     void Unmap();
+    // Whether a read of the mapping met a page that another program cut
+    // from the file.
+    bool MapWasCut() const;
 
     std::wstring path_;
     std::string nativePath_;
@@ -146,6 +161,8 @@ private:
     int64_t mapLength_ = 0;
     uint64_t mapDevice_ = 0;
     uint64_t mapInode_ = 0;
+    int mapSlot_ = -1;     // the mapping's MappingGuard slot
+    bool mapCut_ = false;  // a Read found the mapping cut: reads go through the descriptor
 };
 
 // Whether a file (not a directory) exists at the path.

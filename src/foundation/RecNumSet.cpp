@@ -51,6 +51,18 @@ std::vector<int32_t> RecNumSet::ToVector() const {
     return numbers;
 }
 
+bool RecNumSet::ToVector(std::vector<int32_t>& out, int64_t maxCount) const {
+    out.clear();
+    if (Count() > maxCount) return false;
+    out = ToVector();
+    return true;
+}
+
+const std::vector<std::pair<int32_t, int32_t>>& RecNumSet::Ranges() const {
+    Normalize();
+    return ranges_;
+}
+
 void RecNumSet::Normalize() const {
     if (sorted_) return;
     std::sort(ranges_.begin(), ranges_.end());

@@ -51,7 +51,8 @@ TEST(ShpCommandTest, InfoReportsTheHeader) {
     auto result = RunTool("shp info --json " + Quote(dir / "a.shp"));
     ASSERT_EQ(result.exitCode, 0) << result.err;
     EXPECT_EQ(Json::parse(result.out), Json::parse(R"({
-        "shape_type": 1, "shape_type_name": "Point", "records": 5, "extent": [1, 2, 5, 6],
+        "shape_type": 1, "shape_type_name": "Point", "records": 5, "records_in_file": 5,
+        "extent": [1, 2, 5, 6],
         "z_range": [0, 0], "m_range": [0, 0], "version": 1000, "byte_order": "big",
         "projection": "PROJCS[\"x\"]"})"));
     // The generic probe tells the data file from its index.

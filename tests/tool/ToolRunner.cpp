@@ -40,6 +40,43 @@ ToolResult RunTool(const std::string& args, const std::string& input) {
     return result;
 }
 
+ToolResult RunToolCuttingFile(const std::string& args, const std::filesystem::path& file,
+                              uintmax_t length) {
+    TempDir io;
+    auto err = io / "stderr";
+    std::string command =
+        std::string("'") + QUILLET_TOOL_PATH + "' " + args + " </dev/null 2>'" + err.string() + "'";
+    ToolResult result;
+    int out[2];
+    if (pipe(out) != 0) {
+        ADD_FAILURE() << "no pipe";
+        return result;
+    }
+    pid_t child = fork();
+    if (child == 0) {
+        close(out[0]);
+        dup2(out[1], STDOUT_FILENO);
+        close(out[1]);
+        execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    close(out[1]);
+    char buffer[65536];
+    // The first byte: the command has opened the file and read from it; it
+    // cannot read much further until the pipe is read.
+    ssize_t n = read(out[0], buffer, 1);
+    if (n == 1) result.out.append(buffer, 1);
+    std::filesystem::resize_file(file, length);
+    while ((n = read(out[0], buffer, sizeof buffer)) > 0)
+        result.out.append(buffer, static_cast<size_t>(n));
+    close(out[0]);
+    int status = 0;
+    waitpid(child, &status, 0);
+    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    result.err = Slurp(err);
+    return result;
+}
+
 std::string RunToolOnTerminal(const std::string& args) {
     int terminal = -1, side = -1;
     if (openpty(&terminal, &side, nullptr, nullptr, nullptr) != 0) {

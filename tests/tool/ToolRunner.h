@@ -23,6 +23,15 @@ struct ToolResult {
 // on standard input when given.
 ToolResult RunTool(const std::string& args, const std::string& input = "");
 
+// Runs `quillet ARGS` with its standard output on a pipe and cuts `file` to
+// `length` bytes (as a program that takes no lock does) once the command has
+// printed its first bytes, while it waits for the pipe to take more: a
+// command that prints a line a record is then still reading the file. The
+// output must be far longer than a pipe holds (64 KiB), so that the cut
+// comes before the command has read far.
+ToolResult RunToolCuttingFile(const std::string& args, const std::filesystem::path& file,
+                              uintmax_t length);
+
 // Runs `quillet ARGS` with standard error on a terminal, as a person
 // watching it sees it, and standard output thrown away; returns what it
 // wrote on the terminal.

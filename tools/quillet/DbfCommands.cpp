@@ -167,17 +167,19 @@ void RunDump(const DumpOptions& options) {
     if (options.format == "csv") PrintCsvHeader(table, fields, options.includeDeleted);
     Progress progress("dump", layout.completeRecords);
     int64_t written = 0;
-    for (int32_t record = 0; record < layout.completeRecords && written != options.limit;
-         ++record) {
+    int32_t record = 0;
+    for (; record < layout.completeRecords && written != options.limit; ++record) {
         progress.Update(record);
         bool deleted = table.IsRecordDeleted(record);
-        if (table.GetCurrentRecord() != record) Fail(options.path, table);
+        // A record that cannot be read reads as deleted: it ends the dump.
+        if (table.GetCurrentRecord() != record || !table.SeekToCurrent()) break;
         if (deleted && !options.includeDeleted) continue;
         ++written;
         PrintRecord(table, fields, options, deleted);
     }
     progress.Done();
-    if (written != options.limit) layout.RequireIntact(options.path);
+    std::cout.flush();
+    layout.RequireReadWhole(options.path, record, written == options.limit);
 }
 
 void RunDropField(const std::filesystem::path& path, const std::string& name) {

@@ -49,6 +49,29 @@ void DbfLayout::RequireIntact(const std::filesystem::path& path) const {
     if (Damaged()) throw Failure(Damage(path));
 }
 
+void DbfLayout::RequireReadWhole(const std::filesystem::path& path, int32_t read,
+                                 bool atLimit) const {
+    std::error_code error;
+    auto size = static_cast<int64_t>(std::filesystem::file_size(path, error));
+    auto headerLength = static_cast<int64_t>(header.size());
+    int64_t wholeNow =
+        error ? 0 : std::clamp<int64_t>((size - headerLength) / recordLength, 0, records);
+    std::string now = error ? "it cannot be read any more (" + error.message() + ")"
+                            : "the file now ends after " + std::to_string(wholeNow);
+    if (wholeNow < read)
+        now += " (what was read past record " + std::to_string(wholeNow) + " is not the table's)";
+    if (!atLimit && read < completeRecords) {
+        throw Failure(path.string() + ": damaged: the header gives " + Count(records, "record") +
+                      ", but reading record " + std::to_string(read + 1) + " failed: " + now);
+    }
+    if (wholeNow < read) {
+        throw Failure(path.string() + ": damaged: it was cut while it was read: the header gives " +
+                      Count(records, "record") + ", " + std::to_string(read) + " were read, " +
+                      now);
+    }
+    if (!atLimit) RequireIntact(path);
+}
+
 DbfLayout ReadDbfLayout(const std::filesystem::path& path) {
     auto head = ReadHead(path, kDBaseHeaderSize);
     if (head.size() < kDBaseHeaderSize) NotATable(path, "too short for a header");

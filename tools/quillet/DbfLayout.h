@@ -34,6 +34,15 @@ struct DbfLayout {
     // Fails with Damage() when damaged: for commands that would otherwise
     // write a table without the records the file has lost.
     void RequireIntact(const std::filesystem::path& path) const;
+    // For a command that has read records [0, read) of the table, one by one,
+    // and stopped there: at the end of the records the file held whole when
+    // it was opened, at a limit the user gave (`atLimit`), or at a record it
+    // could not read. Fails naming the file, what was read and what the
+    // header gives when a read failed, when the file now holds fewer whole
+    // records than were read (another program cut it meanwhile; what was
+    // read past its new end may not be the table's), or, unless at a limit,
+    // when the table is damaged.
+    void RequireReadWhole(const std::filesystem::path& path, int32_t read, bool atLimit) const;
 };
 
 // Fails naming the path when its bytes cannot be a dBASE table.

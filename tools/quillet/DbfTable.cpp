@@ -38,6 +38,17 @@ bool SameName(std::wstring a, std::wstring b) {
     return a == b;
 }
 
+// As many whole records as the table's file holds after its header, whatever
+// the header's count.
+int64_t RecordsInFile(const DBase& table) {
+    const auto& header = table.GetHeader();
+    std::error_code error;
+    auto size =
+        static_cast<int64_t>(std::filesystem::file_size(Utf8(table.GetFilePath().str()), error));
+    if (error || header.recordLength <= 0) return 0;
+    return std::max<int64_t>(0, (size - header.headerLength) / header.recordLength);
+}
+
 }  // namespace
 
 std::string StatusText(int32_t status) {
@@ -191,6 +202,7 @@ Json TableInfoJson(DBase& table) {
     Json out = {{"version", header.version},
                 {"date", HeaderDate(header)},
                 {"records", header.numRecords},
+                {"records_in_file", RecordsInFile(table)},
                 {"header_length", header.headerLength},
                 {"record_length", header.recordLength},
                 {"ldid", header.languageDriver}};

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "Common.h"
+#include "ShapeLayer.h"
 #include "foundation/IEnvelope.h"
 #include "recordfile/VFile.h"
 #include "shape/ShpFile.h"
@@ -35,7 +36,8 @@ BuildSummary BuildIndex(const std::filesystem::path& shp) {
     ShpFile shapes(WidePath(shp).c_str());
     if (indexPath == shp || !shapes.Open(true, true, false) ||
         shapes.GetVersion() != ShpFile::Header::kVersion) {
-        throw Failure(shp.string() + ": not a readable shape data file");
+        std::string inUse = InUse(shp);
+        throw Failure(inUse.empty() ? shp.string() + ": not a readable shape data file" : inUse);
     }
     const ShpFile::DOUBLERECT& e = shapes.GetExtent();
     Envelope extent(e.xmin, e.ymin, e.xmax, e.ymax);
@@ -103,23 +105,75 @@ WKSEnvelope ParseBox(const std::string& text) {
     return WKSEnvelope{v[0], v[1], v[2], v[3]};
 }
 
-std::vector<int32_t> Query(BinIndex& index, const WKSEnvelope& box) {
+RecNumSet Query(BinIndex& index, const WKSEnvelope& box) {
     Envelope query(box);
     RecNumSet found;
     index.Search(&query, &found);
-    return found.ToVector();
+    return found;
+}
+
+// The record count of the layer beside the index, or -1 when there is no
+// shape data file to read there.
+int32_t LayerRecords(const std::filesystem::path& shp) {
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(shp, error)) return -1;
+    ShpFile shapes(WidePath(shp).c_str());
+    if (!shapes.Open(true, true, false)) return -1;
+    return shapes.GetNumRecords();
+}
+
+// "PATH: damaged: ..." when the index claims more features than the layer
+// has records; empty otherwise.
+std::string FeatureCountDamage(const std::filesystem::path& shp, const BinIndex& index,
+                               int32_t layerRecords) {
+    if (layerRecords < 0 || index.GetFeatureCount() <= layerRecords) return "";
+    return IndexPathOf(shp).string() + ": damaged: the index gives " +
+           Count(index.GetFeatureCount(), "feature") + ", but its layer " + shp.string() + " has " +
+           Count(layerRecords, "record");
+}
+
+// Prints the feature numbers found, ascending, one a line (or how many), as
+// the set holds them: range by range, so that a search that covers an index
+// claiming 2^31 features costs no memory for them. Numbers above `last`
+// name no record of the layer and are left out.
+void PrintFound(const RecNumSet& found, int64_t last, bool count) {
+    int64_t total = 0;
+    std::string out;
+    for (auto [first, end] : found.Ranges()) {
+        int64_t to = std::min<int64_t>(end, last);
+        if (first > to) break;
+        if (count) {
+            total += to - first + 1;
+            continue;
+        }
+        for (int64_t n = first; n <= to; ++n) {
+            out += std::to_string(n);
+            out += '\n';
+            if (out.size() >= 64 * 1024) {
+                std::cout << out;
+                out.clear();
+            }
+        }
+    }
+    if (count) out = std::to_string(total) + '\n';
+    std::cout << out;
 }
 
 void RunQuery(const std::filesystem::path& shp, const std::string& bbox, bool count) {
     WKSEnvelope box = ParseBox(bbox);
-    auto found = Query(*OpenIndex(shp), box);
-    if (count) {
-        std::cout << found.size() << '\n';
-        return;
+    auto index = OpenIndex(shp);
+    int32_t layerRecords = LayerRecords(shp);
+    RecNumSet found = Query(*index, box);
+    PrintFound(found, layerRecords < 0 ? INT32_MAX : layerRecords, count);
+    std::string damage = FeatureCountDamage(shp, *index, layerRecords);
+    const auto& ranges = found.Ranges();
+    if (damage.empty() && layerRecords >= 0 && !ranges.empty() &&
+        ranges.back().second > layerRecords) {
+        damage = IndexPathOf(shp).string() + ": damaged: it names feature " +
+                 std::to_string(ranges.back().second) + ", but its layer " + shp.string() +
+                 " has " + Count(layerRecords, "record");
     }
-    std::string out;
-    for (int32_t n : found) out += std::to_string(n) + '\n';
-    std::cout << out;
+    if (!damage.empty()) throw Failure(damage);
 }
 
 Json IndexFacts(const BinIndex& index) {
@@ -138,8 +192,11 @@ Json IndexFacts(const BinIndex& index) {
 }
 
 void RunInfo(const std::filesystem::path& shp, bool json) {
-    Json facts = IndexFacts(*OpenIndex(shp));
+    auto index = OpenIndex(shp);
+    Json facts = IndexFacts(*index);
     json ? PrintJson(facts) : PrintFields(facts);
+    std::string damage = FeatureCountDamage(shp, *index, LayerRecords(shp));
+    if (!damage.empty()) throw Failure(damage);
 }
 
 void Install(CLI::App& app) {
@@ -179,8 +236,11 @@ bool ProbeBinIndex(const std::filesystem::path& path, std::span<const unsigned c
     if (header.userType != BinIndexHeader::kBuilderUserType && !named) return false;
     if (isIndexFile) {
         out["kind"] = "spatial bin index: record index (.sbx)";
-        out["records"] = (std::filesystem::file_size(path) - VFile::kHeaderLength) /
-                         VFile::kIndexEntryLength;
+        std::error_code error;
+        auto size = static_cast<int64_t>(std::filesystem::file_size(path, error));
+        out["records"] =
+            error ? 0
+                  : std::max<int64_t>(0, (size - VFile::kHeaderLength) / VFile::kIndexEntryLength);
         return true;
     }
     BinIndex index(WidePath(path).c_str());
@@ -211,8 +271,9 @@ void RunDemo(const std::filesystem::path& folder) {
         WKSEnvelope window{e.XMin, e.YMin, (e.XMin + e.XMax) / 2, (e.YMin + e.YMax) / 2};
         auto found = Query(*index, window);
         std::cout << "  the lower left quarter of the extent meets the bins of "
-                  << (found.empty() ? "no feature" : "features");
-        for (int32_t n : found) std::cout << ' ' << n;
+                  << (found.Count() == 0 ? "no feature" : "features");
+        // A layer of the demo's own: a few features.
+        for (int32_t n : found.ToVector()) std::cout << ' ' << n;
         std::cout << '\n';
     }
 }

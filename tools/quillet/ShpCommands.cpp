@@ -59,11 +59,15 @@ RecordSummary Summarise(const unsigned char* bytes, int32_t length) {
     return summary;
 }
 
-Json InfoJson(ShpFile& shp) {
+// The header's facts, with the records as the index file's header gives
+// them and as many as the files hold whole.
+Json InfoJson(ShpFile& shp, const std::filesystem::path& path) {
     Json out;
     out["shape_type"] = static_cast<int32_t>(shp.GetShapeType());
     out["shape_type_name"] = ShapeTypeName(shp.GetShapeType());
-    out["records"] = shp.GetNumRecords();
+    int64_t stated = IndexStatedRecords(path);
+    out["records"] = stated < 0 ? int64_t{shp.GetNumRecords()} : stated;
+    out["records_in_file"] = RecordsInFile(shp);
     const auto& e = shp.GetExtent();
     out["extent"] = Json::array({e.xmin, e.ymin, e.xmax, e.ymax});
     out["z_range"] = Range(shp.GetZExtent().zmin, shp.GetZExtent().zmax);
@@ -77,9 +81,10 @@ Json InfoJson(ShpFile& shp) {
 
 void RunInfo(const std::string& file, bool json) {
     auto shp = OpenShape(file, true);
-    Json out = InfoJson(*shp);
+    Json out = InfoJson(*shp, file);
     json ? PrintJson(out) : PrintFields(out);
-    std::string damage = ShapeDamage(file, 0);
+    int32_t unreadable = shp->GetNumRecords() - out["records_in_file"].get<int32_t>();
+    std::string damage = ShapeDamage(file, unreadable);
     if (!damage.empty()) throw Failure(damage);
 }
 
@@ -186,7 +191,11 @@ bool ProbeShape(const std::filesystem::path& path, std::span<const unsigned char
     out["kind"] = index ? "shape index file" : "shape data file";
     out["shape_type"] = header.shapeType;
     out["shape_type_name"] = ShapeTypeName(header.shapeType);
-    if (index) out["records"] = std::max(0, (fileLength * 2 - VFile::kHeaderLength) / VFile::kIndexEntryLength);
+    // A length word up to 0x7FFFFFFF: its bytes do not fit 32 bits.
+    if (index) {
+        out["records"] = std::max<int64_t>(
+            0, (int64_t{fileLength} * 2 - VFile::kHeaderLength) / VFile::kIndexEntryLength);
+    }
     out["extent"] = Json::array({header.extent.xmin, header.extent.ymin, header.extent.xmax, header.extent.ymax});
     out["z_range"] = Range(header.zExtent.zmin, header.zExtent.zmax);
     out["m_range"] = Range(header.mExtent.mmin, header.mExtent.mmax);
@@ -304,7 +313,7 @@ void RunDemo(const std::filesystem::path& folder) {
         WriteDemoLayer(folder, layer);
         auto shp = OpenShape(folder / layer.name, true);
         std::cout << "\n" << layer.name << " (quillet shp info, quillet shp records):\n";
-        PrintFields(InfoJson(*shp));
+        PrintFields(InfoJson(*shp, folder / layer.name));
         std::vector<std::string> bad;
         PrintRecords(*shp, "text", -1, bad);
     }

@@ -92,6 +92,8 @@ void RunCopy(const fs::path& source, const fs::path& target) {
     if (fs::equivalent(source, target, ec))
         throw Failure(target.string() + ": is the source itself");
     auto shapes = OpenShape(source, true);
+    // An index file shorter than its header would drop the records it lost.
+    if (shapes->GetNumRecords() < IndexStatedRecords(source)) throw Failure(ShapeDamage(source, 0));
     fs::path table = WithExtension(source, ".dbf");
     bool withTable = fs::exists(table, ec);
     DbfLayout layout;
