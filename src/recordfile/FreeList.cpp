@@ -117,6 +117,11 @@ HRESULT FreeList::File::Write(const void* buffer, int32_t n) {
     return handle_->Write(buffer, n) == n ? S_OK : S_SystemFailure();
 }
 
+HRESULT FreeList::File::Flush() {
+    if (!handle_) return S_OK;
+    return handle_->Flush() ? S_OK : S_SystemFailure();
+}
+
 HRESULT FreeList::File::SeekToPage(int32_t pageNumber) {
     return SeekTo(
         static_cast<int64_t>(static_cast<int32_t>(static_cast<uint32_t>(pageNumber) << 12)));
@@ -307,7 +312,13 @@ HRESULT FreeList::Open(OpenOptions options) {
     HRESULT hr = file_.Open(options);
     if (FAILED(hr)) return hr;
     if (file_.FileLength() == 0) return S_OK;
-    return RefreshHeader();
+    hr = RefreshHeader();
+    if (FAILED(hr)) {
+        // Closed without writing: a list of a later version stays as it is.
+        file_.Close();
+        ResetCategories();
+    }
+    return hr;
 }
 
 bool FreeList::DirectoryIsPlausible() {
@@ -347,6 +358,12 @@ HRESULT FreeList::WriteDirectory() {
         EncodeFixed32LE(directory + 8 * i + 4, static_cast<uint32_t>(directory_[i].blockCount));
     }
     return file_.WriteHeader(kVersion, directory, kDirectoryLength);
+}
+
+HRESULT FreeList::Flush() {
+    if (!IsOpen()) return S_OK;
+    HRESULT hr = WriteDirectory();
+    return FAILED(hr) ? hr : file_.Flush();
 }
 
 HRESULT FreeList::Close() {

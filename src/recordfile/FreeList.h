@@ -88,6 +88,7 @@ public:
         HRESULT ReadHeader(int32_t& version, unsigned char* directory, int32_t length);
         HRESULT WriteHeader(int32_t version, const unsigned char* directory, int32_t length);
         HRESULT AllocPage(Page& page);
+        HRESULT Flush();
         HRESULT FreePage(Page& page);
 
         const FileSystemPath& GetPath() const { return path_; }
@@ -167,6 +168,9 @@ public:
     // Re-reads the header, which another process may have changed.
     HRESULT RefreshHeader();
     HRESULT WriteDirectory();
+    // Writes the directory and hands every change to the system, so that
+    // other processes sharing the list see it.
+    HRESULT Flush();
     HRESULT Close();
     HRESULT Delete();
     // Follows the data file to a new path.

@@ -149,8 +149,10 @@ bool VFileNG::Open(Mode mode, bool share, bool shareWrites) {
         file_.reset();
         return false;
     }
-    if (mode != kReadOnly && hasFreeSpace_) EnsureFreeList().Open(FreeList::OpenExisting);
+    // A version-2 list has the name of the new one, so it is read before
+    // the new list is opened (which would drop it as unreadable).
     if (mode != kReadOnly && header_.version == kOldFreeListVersion) UpgradeVersion2();
+    if (mode != kReadOnly && hasFreeSpace_) EnsureFreeList().Open(FreeList::OpenExisting);
     return true;
 }
 
@@ -234,6 +236,7 @@ bool VFileNG::Flush() {
     if (!WriteHeader()) return false;
     if (!file_->Flush()) return FailFromFile();
     if (!index_.Flush()) return Fail(index_.GetLastError());
+    if (freeList_ && FAILED(freeList_->Flush())) return Fail(File::kWriteFailed);
     return true;
 }
 
