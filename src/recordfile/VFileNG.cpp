@@ -438,6 +438,7 @@ bool VFileNG::ReadRecord(int32_t n, unsigned char* buffer, int32_t bufferLength,
     if (stored < 0) return Fail(kErrorInvalid);
     if (position + recordHeaderLength_ + stored > header_.endOfData) return Fail(kErrorCorrupt);
     size = cachedHeader_.size;
+    if (size == 0) return true;  // an empty record needs no buffer
     if (!buffer || size > bufferLength) return Fail(kErrorNoRecord);
     return file_->Read(buffer, size) == size ? true : FailFromFile();
 }
