@@ -37,12 +37,17 @@
 #include <string>
 #include <vector>
 
+#include "BenchSupport.h"
 #include "recordfile/VFileNG.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using quillet::VFileNG;
+using quillet::bench::Check;
+using quillet::bench::Fail;
+using quillet::bench::Seconds;
+using quillet::bench::WorkDir;
 
 int32_t RecordCount() {
     const char* text = std::getenv("QUILLET_BENCH_RECORDS");
@@ -53,22 +58,6 @@ const int32_t kRecords = RecordCount();
 constexpr int32_t kMinLength = 100;
 constexpr int32_t kMaxLength = 4096;
 
-void Fail(const char* what) {
-    std::fprintf(stderr, "bench_recordfile: %s\n", what);
-    std::exit(1);
-}
-
-void Check(bool ok, const char* what) {
-    if (!ok) Fail(what);
-}
-
-double Seconds(const std::function<void()>& work) {
-    ::sync();
-    auto start = std::chrono::steady_clock::now();
-    work();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
 double MiB(int64_t bytes) {
     return static_cast<double>(bytes) / (1 << 20);
 }
@@ -77,16 +66,6 @@ int64_t FileBytes(const fs::path& path) {
     std::error_code error;
     auto size = fs::file_size(path, error);
     return error ? 0 : static_cast<int64_t>(size);
-}
-
-fs::path WorkDir() {
-    static const fs::path dir = [] {
-        fs::path d =
-            fs::temp_directory_path() / ("quillet-bench-recordfile-" + std::to_string(getpid()));
-        fs::create_directories(d);
-        return d;
-    }();
-    return dir;
 }
 
 // The work of every row, drawn once from fixed seeds: record i's length, the
@@ -327,9 +306,9 @@ private:
 struct Stores {
     std::map<std::string, std::unique_ptr<Store>> byName;
     Stores() {
-        byName["ours"] = std::make_unique<Ours>(WorkDir() / "records.dat");
-        byName["sqlite"] = std::make_unique<Database>(WorkDir() / "records.db");
-        byName["lmdb"] = std::make_unique<Mapped>(WorkDir() / "records.mdb");
+        byName["ours"] = std::make_unique<Ours>(WorkDir("bench-recordfile") / "records.dat");
+        byName["sqlite"] = std::make_unique<Database>(WorkDir("bench-recordfile") / "records.db");
+        byName["lmdb"] = std::make_unique<Mapped>(WorkDir("bench-recordfile") / "records.mdb");
     }
 };
 
@@ -378,7 +357,10 @@ void BM_RecordStores(benchmark::State& state) {
             [&](Store& s) {
                 for (int32_t n : w.deletes) s.Delete(n);
                 int32_t next = kRecords;
-                for (int32_t length : w.inserts) s.Insert(++next, w.Data(next), length);
+                for (int32_t length : w.inserts) {
+                    ++next;
+                    s.Insert(next, w.Data(next), length);
+                }
             },
             true, true);
         for (auto& [store, s] : stores.byName)
@@ -393,7 +375,7 @@ void BM_RecordStores(benchmark::State& state) {
         state.counters["compact_ours_mib"] = MiB(stores.byName["ours"]->Bytes());
         state.counters["compact_sqlite_mib"] = MiB(stores.byName["sqlite"]->Bytes());
     }
-    fs::remove_all(WorkDir());
+    fs::remove_all(WorkDir("bench-recordfile"));
 }
 
 }  // namespace
