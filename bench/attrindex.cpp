@@ -51,6 +51,7 @@
 #include <unistd.h>
 
 #include "BenchSupport.h"
+#include "SqliteSupport.h"
 #include "attrindex/MTIndex.h"
 #include "attrindex/MTIndexNG.h"
 #include "attrindex/MTKey.h"
@@ -187,14 +188,8 @@ public:
         Exec("PRAGMA synchronous=OFF; PRAGMA journal_mode=OFF; PRAGMA mmap_size=17179869184;");
     }
     ~Database() { sqlite3_close(db_); }
-    void Exec(const char* sql) {
-        Check(sqlite3_exec(db_, sql, nullptr, nullptr, nullptr) == SQLITE_OK, sql);
-    }
-    sqlite3_stmt* Prepare(const char* sql) {
-        sqlite3_stmt* statement = nullptr;
-        Check(sqlite3_prepare_v2(db_, sql, -1, &statement, nullptr) == SQLITE_OK, sql);
-        return statement;
-    }
+    void Exec(const char* sql) { quillet::bench::SqliteExec(db_, sql); }
+    sqlite3_stmt* Prepare(const char* sql) { return quillet::bench::SqlitePrepare(db_, sql); }
 
 private:
     sqlite3* db_ = nullptr;

@@ -38,6 +38,7 @@
 #include <vector>
 
 #include "BenchSupport.h"
+#include "SqliteSupport.h"
 #include "recordfile/VFileNG.h"
 
 namespace {
@@ -221,14 +222,8 @@ public:
     int64_t Bytes() override { return FileBytes(path_); }
 
 private:
-    void Exec(const char* sql) {
-        Check(sqlite3_exec(db_, sql, nullptr, nullptr, nullptr) == SQLITE_OK, sql);
-    }
-    sqlite3_stmt* Prepare(const char* sql) {
-        sqlite3_stmt* statement = nullptr;
-        Check(sqlite3_prepare_v2(db_, sql, -1, &statement, nullptr) == SQLITE_OK, sql);
-        return statement;
-    }
+    void Exec(const char* sql) { quillet::bench::SqliteExec(db_, sql); }
+    sqlite3_stmt* Prepare(const char* sql) { return quillet::bench::SqlitePrepare(db_, sql); }
     void Step(sqlite3_stmt* statement) {
         Check(sqlite3_step(statement) == SQLITE_DONE, "a statement failed");
         sqlite3_reset(statement);
