@@ -136,22 +136,26 @@ TEST(VFileNGSharedTest, AReaderInAnotherProcessSeesEveryChangeWhole) {
         if (records.count(i / 2)) records[i / 2] = Data(static_cast<size_t>(60 + i % 90), -i);
         records.erase(i / 3);
     };
+    // Opened before the writer starts: the headers are read between its
+    // changes, never while it writes them.
+    VFileNG file(path.c_str());
+    ASSERT_TRUE(file.Open(VFileNG::kReadOnly, true, true));
     pid_t writer = fork();
     if (writer == 0) {
-        VFileNG file(path.c_str());
+        VFileNG mine(path.c_str());
         Records records;
-        bool ok = file.Open(VFileNG::kReadWrite, true, false);
+        bool ok = mine.Open(VFileNG::kReadWrite, true, false);
         for (int i = 1; ok && i <= kSteps; ++i) {
             apply(records, i);
             const Bytes& data = records[i];
-            ok = file.InsertRecordWithId(i, data.data(), static_cast<int32_t>(data.size()));
+            ok = mine.InsertRecordWithId(i, data.data(), static_cast<int32_t>(data.size()));
             if (records.count(i / 2) && i / 2 != i) {
                 const Bytes& longer = records[i / 2];
                 ok = ok &&
-                     file.UpdateRecord(i / 2, longer.data(), static_cast<int32_t>(longer.size()));
+                     mine.UpdateRecord(i / 2, longer.data(), static_cast<int32_t>(longer.size()));
             }
-            if (i / 3 >= 1 && file.RecordExists(i / 3)) ok = ok && file.DeleteRecord(i / 3);
-            ok = ok && file.Flush();
+            if (i / 3 >= 1 && mine.RecordExists(i / 3)) ok = ok && mine.DeleteRecord(i / 3);
+            ok = ok && mine.Flush();
             char done = ok ? 1 : 0;
             ok = ok && write(toReader[1], &done, 1) == 1 && read(toWriter[0], &done, 1) == 1;
         }
@@ -165,8 +169,6 @@ TEST(VFileNGSharedTest, AReaderInAnotherProcessSeesEveryChangeWhole) {
             waitpid(pid, nullptr, 0);
         }
     } reap{writer};
-    VFileNG file(path.c_str());
-    ASSERT_TRUE(file.Open(VFileNG::kReadOnly, true, true));
     Records records;
     for (int i = 1; i <= kSteps; ++i) {
         char done = 0;
