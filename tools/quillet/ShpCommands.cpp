@@ -309,7 +309,8 @@ void Install(CLI::App& app) {
     auto format = std::make_shared<std::string>("text");
     auto limit = std::make_shared<int64_t>(-1);
     records->add_option("SHP", *recordsFile, "The shape data file")->required();
-    records->add_option("--format", *format, "text or jsonl")->check(CLI::IsMember({"text", "jsonl"}));
+    records->add_option("--format", *format, "text or jsonl")
+        ->check(CLI::IsMember({"text", "jsonl"}));
     AddLimitOption(*records, *limit, "records");
     records->callback([recordsFile, format, limit] { RunRecords(*recordsFile, *format, *limit); });
 

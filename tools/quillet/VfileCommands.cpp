@@ -286,10 +286,23 @@ bool ProbeData(const fs::path& path, std::span<const unsigned char> head, Json& 
     int32_t version = Int32At(head, 0);
     if (version != 1 && version != 2 && version != 3 && version != 9996) return false;
     if (GetMaxDatafileLength(Int32At(head, 12)) == 0) return false;
-    VFileNG file(WidePath(path).c_str());
-    if (!file.Open(VFileNG::kReadOnly, true, false)) return false;
     out["kind"] = "next-generation record file";
-    out.update(Facts(file));
+    VFileNG file(WidePath(path).c_str());
+    if (file.Open(VFileNG::kReadOnly, true, false)) {
+        out.update(Facts(file));
+        return true;
+    }
+    // Without a readable index only the header speaks.
+    VFileNG::FileHeader h;
+    h.DecodeFrom(head.data());
+    out.update(Json{{"version", h.version},
+                    {"records", h.recordCount},
+                    {"max_record_length", h.maxRecordLength},
+                    {"pointer_length", h.pointerLength},
+                    {"free_bytes", h.freeBytes},
+                    {"end_of_data", h.endOfData},
+                    {"user_header_position", h.userHeaderPosition},
+                    {"readable", false}});
     return true;
 }
 
@@ -359,9 +372,11 @@ bool ProbeFreeList(const fs::path& path, std::span<const unsigned char>, Json& o
 
 void Register() {
     RegisterGroup("vfile", Install);
+    // The side files' probes check their whole length, so they go first: an
+    // index starts with what could be a data file's version and pointer length.
+    RegisterInfoProbe({68, "next-generation record index", ProbeIndex});
+    RegisterInfoProbe({69, "free list", ProbeFreeList});
     RegisterInfoProbe({70, "next-generation record file", ProbeData});
-    RegisterInfoProbe({71, "next-generation record index", ProbeIndex});
-    RegisterInfoProbe({72, "free list", ProbeFreeList});
 }
 
 }  // namespace
