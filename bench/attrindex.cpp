@@ -51,6 +51,7 @@
 #include <unistd.h>
 
 #include "BenchSupport.h"
+#include "SqliteSupport.h"
 #include "attrindex/MTIndex.h"
 #include "attrindex/MTIndexNG.h"
 #include "attrindex/MTKey.h"
@@ -63,6 +64,10 @@ using quillet::MTIndex;
 using quillet::MTIndexNG;
 using quillet::MTKey;
 using quillet::MTSearch;
+using quillet::bench::Check;
+using quillet::bench::Fail;
+using quillet::bench::Seconds;
+using quillet::bench::WorkDir;
 
 constexpr int32_t kBulkLongs = 10'000'000;
 constexpr int32_t kBulkTexts = 2'000'000;
@@ -109,15 +114,6 @@ struct DataSet {
 const DataSet<int32_t> kLongs{42, kBulkLongs, KeyOf};
 const DataSet<std::string> kTexts{7, kBulkTexts, TextOf};
 
-// Starts with the system's dirty pages written, so that no store's timing
-// pays for writing back another's file.
-double Seconds(const std::function<void()>& work) {
-    ::sync();
-    auto start = std::chrono::steady_clock::now();
-    work();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
 double MiB(const fs::path& path) {
     std::error_code error;
     auto size = fs::file_size(path, error);
@@ -142,29 +138,10 @@ double PeakAnonGrowthMiB(const std::function<void()>& work) {
     return static_cast<double>(peak - before) / 1024;
 }
 
-fs::path WorkDir() {
-    static const fs::path dir = [] {
-        fs::path d =
-            fs::temp_directory_path() / ("quillet-bench-attrindex-" + std::to_string(getpid()));
-        fs::create_directories(d);
-        return d;
-    }();
-    return dir;
-}
-
-void Fail(const char* what) {
-    std::fprintf(stderr, "bench_attrindex: %s\n", what);
-    std::exit(1);
-}
-
-void Check(bool ok, const char* what) {
-    if (!ok) Fail(what);
-}
-
 // ---- our trees -------------------------------------------------------------
 
 fs::path StorePath(const std::string& name) {
-    return WorkDir() / name;
+    return WorkDir("bench-attrindex") / name;
 }
 
 std::unique_ptr<MTIndex> OpenIndex(const fs::path& path, bool ng, quillet::MTDataType type,
@@ -211,14 +188,8 @@ public:
         Exec("PRAGMA synchronous=OFF; PRAGMA journal_mode=OFF; PRAGMA mmap_size=17179869184;");
     }
     ~Database() { sqlite3_close(db_); }
-    void Exec(const char* sql) {
-        Check(sqlite3_exec(db_, sql, nullptr, nullptr, nullptr) == SQLITE_OK, sql);
-    }
-    sqlite3_stmt* Prepare(const char* sql) {
-        sqlite3_stmt* statement = nullptr;
-        Check(sqlite3_prepare_v2(db_, sql, -1, &statement, nullptr) == SQLITE_OK, sql);
-        return statement;
-    }
+    void Exec(const char* sql) { quillet::bench::SqliteExec(db_, sql); }
+    sqlite3_stmt* Prepare(const char* sql) { return quillet::bench::SqlitePrepare(db_, sql); }
 
 private:
     sqlite3* db_ = nullptr;
@@ -617,7 +588,7 @@ void BM_RangeScans(benchmark::State& state) {
 }
 
 void Cleanup() {
-    fs::remove_all(WorkDir());
+    fs::remove_all(WorkDir("bench-attrindex"));
 }
 
 }  // namespace

@@ -63,6 +63,23 @@ inline void WriteFile(const std::filesystem::path& path, const uint8_t* data, si
     if (std::fclose(f) != 0) abort();
 }
 
+// Removes every file of the folder, so that a target leaves nothing behind
+// between inputs (the folder itself goes at exit).
+inline void RemoveFiles() {
+    static const bool removeFolderAtExit = [] {
+        std::atexit([] {
+            std::error_code ignored;
+            std::filesystem::remove_all(Folder(), ignored);
+        });
+        return true;
+    }();
+    (void)removeFolderAtExit;
+    std::error_code ignored;
+    for (const auto& entry : std::filesystem::directory_iterator(Folder(), ignored)) {
+        std::filesystem::remove(entry.path(), ignored);
+    }
+}
+
 // The path as the library takes it.
 inline std::wstring Wide(const std::filesystem::path& path) {
     std::string narrow = path.string();

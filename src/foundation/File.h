@@ -152,6 +152,7 @@ private:
     std::unique_ptr<unsigned char[]> buffer_;
     int64_t bufferStart_ = 0;
     int32_t bufferFill_ = 0;
+    int32_t lastFill_ = 0;  // bytes the last fill asked for
     std::unique_ptr<unsigned char[]> writeBuffer_;
     int64_t writeStart_ = 0;
     int32_t writeFill_ = 0;

@@ -71,24 +71,6 @@ bool ProbeOlderRecordFile(const std::filesystem::path&, std::span<const unsigned
     return true;
 }
 
-bool ProbeNextGenerationRecordFile(const std::filesystem::path&,
-                                   std::span<const unsigned char> head, Json& out) {
-    if (head.size() < 40) return false;
-    auto version = static_cast<int32_t>(DecodeFixed32LE(&head[0]));
-    auto pointerLength = static_cast<int32_t>(DecodeFixed32LE(&head[12]));
-    bool knownVersion = version == 1 || version == 2 || version == 3 || version == 9996;
-    if (!knownVersion || pointerLength < 1 || pointerLength > 8) return false;
-    out["kind"] = "next-generation record file";
-    out["version"] = version;
-    out["records"] = static_cast<int32_t>(DecodeFixed32LE(&head[4]));
-    out["max_record_length"] = static_cast<int32_t>(DecodeFixed32LE(&head[8]));
-    out["pointer_length"] = pointerLength;
-    out["free_bytes"] = static_cast<int64_t>(DecodeFixed64LE(&head[16]));
-    out["end_of_data"] = static_cast<int64_t>(DecodeFixed64LE(&head[24]));
-    out["user_header_position"] = static_cast<int64_t>(DecodeFixed64LE(&head[32]));
-    return true;
-}
-
 void RunInfo(const std::string& file, bool json) {
     std::filesystem::path path(file);
     auto head = ReadHead(path, kHeadBytes);
@@ -119,7 +101,6 @@ void Register() {
     RegisterGroup("info", Install);
     RegisterInfoProbe({900, "dBASE table", ProbeDBase});
     RegisterInfoProbe({910, "record file", ProbeOlderRecordFile});
-    RegisterInfoProbe({920, "next-generation record file", ProbeNextGenerationRecordFile});
 }
 
 }  // namespace
