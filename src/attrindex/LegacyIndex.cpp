@@ -165,6 +165,17 @@ bool LegacyIndex::Top() {
     return false;
 }
 
+int32_t LegacyIndex::CountLevels() {
+    Node node;
+    int32_t number = nodes_;
+    for (int32_t levels = 1; levels <= kMaxDepth; ++levels) {
+        if (!ReadNode(number, node)) return 0;
+        if (node.IsLeaf()) return levels;
+        number = node.Child(0);
+    }
+    return 0;
+}
+
 bool LegacyIndex::Next(int32_t& id, Key& key) {
     if (!SkipEmptyLeaves()) return false;
     id = leaf_.Word(3 + position_);

@@ -77,6 +77,8 @@ public:
     bool IsDamaged() const { return damaged_; }
     const AtxKeyLayout& GetLayout() const { return layout_; }
     int32_t GetNodeCount() const { return nodes_; }
+    // Levels from the root down the first children (0 when unreadable).
+    int32_t CountLevels();
 
     // Walks the whole tree: counts the entries and checks every node, the
     // order of the keys, the levels and the brother links. An empty message

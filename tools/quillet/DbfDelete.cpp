@@ -11,6 +11,7 @@
 #include <iostream>
 #include <set>
 
+#include "AtxIndexes.h"
 #include "Common.h"
 #include "DbfTable.h"
 #include "ShapeLayer.h"
@@ -170,6 +171,7 @@ void RunDelete(const fs::path& path, const std::vector<std::string>& arguments,
     std::cout << "\n";
     for (const auto& name : gone)
         std::cout << "removed " << name << ", which indexed the old shapes\n";
+    ReportStaleIndexes(path);
 }
 
 }  // namespace
@@ -189,6 +191,7 @@ void InstallDelete(CLI::App& dbf) {
         ->type_name("FILE|-");
     remove->add_flag("--table-only", *tableOnly,
                      "Leave the shape data file beside the table alone");
+    AddReindexOption(*remove);
     remove->callback([=] { RunDelete(*path, *numbers, *from, *tableOnly); });
 }
 
