@@ -67,7 +67,8 @@ double Seconds(const std::function<void()>& work) {
 }
 
 double Process(const std::string& command) {
-    return Seconds([&] { Check(std::system((command + " >/dev/null 2>&1").c_str()) == 0, command); });
+    return Seconds(
+        [&] { Check(std::system((command + " >/dev/null 2>&1").c_str()) == 0, command); });
 }
 
 // A one-field dBASE III table written as bytes: header, descriptor, records.
@@ -99,8 +100,9 @@ public:
         fs::remove(path);
         Check(sqlite3_open(path.c_str(), &db_) == SQLITE_OK, "cannot open the database");
         // Case-sensitive like, as ours, lets SQLite serve a prefix from its index.
-        Exec("PRAGMA synchronous=OFF; PRAGMA journal_mode=OFF; PRAGMA mmap_size=17179869184; "
-             "PRAGMA case_sensitive_like=ON;");
+        Exec(
+            "PRAGMA synchronous=OFF; PRAGMA journal_mode=OFF; PRAGMA mmap_size=17179869184; "
+            "PRAGMA case_sensitive_like=ON;");
     }
     ~Database() { sqlite3_close(db_); }
     void Exec(const std::string& sql) {
@@ -111,7 +113,8 @@ public:
         sqlite3_stmt* statement = nullptr;
         Check(sqlite3_prepare_v2(db_, sql.c_str(), -1, &statement, nullptr) == SQLITE_OK, sql);
         int64_t rows = 0;
-        while (sqlite3_step(statement) == SQLITE_ROW) rows += sqlite3_column_int64(statement, 0) >= 0;
+        while (sqlite3_step(statement) == SQLITE_ROW)
+            rows += sqlite3_column_int64(statement, 0) >= 0;
         sqlite3_finalize(statement);
         return rows;
     }
@@ -155,7 +158,10 @@ fs::path Folder() {
     static fs::path folder = [] {
         fs::path f = fs::temp_directory_path() / ("quillet-bench-atx-" + std::to_string(getpid()));
         fs::create_directories(f);
-        std::atexit([] { fs::remove_all(fs::temp_directory_path() / ("quillet-bench-atx-" + std::to_string(getpid()))); });
+        std::atexit([] {
+            fs::remove_all(fs::temp_directory_path() /
+                           ("quillet-bench-atx-" + std::to_string(getpid())));
+        });
         return f;
     }();
     return folder;
@@ -213,8 +219,8 @@ void Build(benchmark::State& state, Store& store) {
         std::string table = store.Table().string();
         double ogr = Process("ogrinfo " + table + " -sql \"CREATE INDEX ON " + store.layer +
                              " USING " + store.field + "\"");
-        double tool = Process(std::string(QUILLET_TOOL_PATH) + " atx build " + table + " " +
-                              store.field);
+        double tool =
+            Process(std::string(QUILLET_TOOL_PATH) + " atx build " + table + " " + store.field);
         double sqlite = Seconds([&] { store.db->Exec("CREATE INDEX tv ON t(v);"); });
         double ours = Seconds([&] {
             DBase dbf(String::FromUtf8(table));
@@ -234,8 +240,12 @@ void Build(benchmark::State& state, Store& store) {
     }
 }
 
-void BM_BuildNumbers(benchmark::State& state) { Build(state, Numbers()); }
-void BM_BuildTexts(benchmark::State& state) { Build(state, Texts()); }
+void BM_BuildNumbers(benchmark::State& state) {
+    Build(state, Numbers());
+}
+void BM_BuildTexts(benchmark::State& state) {
+    Build(state, Texts());
+}
 
 // One query in the three stores: our values, SQLite's condition, the
 // condition in GDAL's SQL and the tool's operator and values.
@@ -262,14 +272,16 @@ void RunQueries(benchmark::State& state, Store& store, std::vector<Query> querie
             }
         });
         double sqliteSeconds = Seconds([&] {
-            for (const Query& q : queries) theirs += store.db->Count("SELECT rowid FROM t WHERE v " + q.sql);
+            for (const Query& q : queries)
+                theirs += store.db->Count("SELECT rowid FROM t WHERE v " + q.sql);
         });
-        Check(ours == theirs, "the stores disagree: " + std::to_string(ours) + " and " +
-                                  std::to_string(theirs));
+        Check(ours == theirs,
+              "the stores disagree: " + std::to_string(ours) + " and " + std::to_string(theirs));
         const Query& first = queries.front();
         std::string table = store.Table().string();
         std::string where = store.field + " " + first.sql;
-        double ogr = Process("ogrinfo -ro -so -where \"" + where + "\" " + table + " " + store.layer);
+        double ogr =
+            Process("ogrinfo -ro -so -where \"" + where + "\" " + table + " " + store.layer);
         double tool = Process(std::string(QUILLET_TOOL_PATH) + " atx query " + table + " " +
                               store.field + " " + first.tool + " --count");
         Report(state, ourSeconds, sqliteSeconds, tool, ogr);
@@ -319,8 +331,10 @@ void BM_QueryLikePrefix(benchmark::State& state) {
         std::string prefix = RandomText(random, 3);
         std::wstring pattern(prefix.begin(), prefix.end());
         pattern += L"%";
-        queries.push_back({{Variant::Bstr(pattern.c_str())}, qovaSQLLike,
-                           "LIKE '" + prefix + "%'", "like " + prefix + "%"});
+        queries.push_back({{Variant::Bstr(pattern.c_str())},
+                           qovaSQLLike,
+                           "LIKE '" + prefix + "%'",
+                           "like " + prefix + "%"});
     }
     RunQueries(state, Texts(), std::move(queries));
 }

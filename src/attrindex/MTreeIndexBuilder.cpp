@@ -9,6 +9,7 @@
 
 #include "attrindex/DataEnumerator.h"
 #include "attrindex/MultiByteText.h"
+#include "attrindex/SortElementCompare.h"
 #include "foundation/DebugOutput.h"
 #include "foundation/ExternalSort.h"
 #include "foundation/File.h"
@@ -21,43 +22,21 @@ namespace {
 constexpr int32_t kSortMemory = 0x4000000;
 constexpr int32_t kSortSizing = 1024;
 
-int CompareIds(const ExternalSort::SortElement* a, const ExternalSort::SortElement* b) {
-    int32_t x;
-    int32_t y;
-    std::memcpy(&x, a->data, 4);
-    std::memcpy(&y, b->data, 4);
-    return x < y ? -1 : (x > y ? 1 : 0);
-}
-
-template <typename T>
-int CompareNumbers(const ExternalSort::SortElement* a, const ExternalSort::SortElement* b) {
-    T x;
-    T y;
-    std::memcpy(&x, a->data + 4, sizeof(T));
-    std::memcpy(&y, b->data + 4, sizeof(T));
-    // A total order for the sorter: NaN after every number.
-    bool xNan = x != x;
-    bool yNan = y != y;
-    if (xNan || yNan) return xNan == yNan ? CompareIds(a, b) : (xNan ? 1 : -1);
-    if (x != y) return x < y ? -1 : 1;
-    return CompareIds(a, b);
-}
-
 int CompareShort(const ExternalSort::SortElement* a, const ExternalSort::SortElement* b) {
-    return CompareNumbers<int16_t>(a, b);
+    return CompareSortNumbers<int16_t>(a, b);
 }
 int CompareLong(const ExternalSort::SortElement* a, const ExternalSort::SortElement* b) {
-    return CompareNumbers<int32_t>(a, b);
+    return CompareSortNumbers<int32_t>(a, b);
 }
 int CompareSingle(const ExternalSort::SortElement* a, const ExternalSort::SortElement* b) {
-    return CompareNumbers<float>(a, b);
+    return CompareSortNumbers<float>(a, b);
 }
 int CompareDouble(const ExternalSort::SortElement* a, const ExternalSort::SortElement* b) {
-    return CompareNumbers<double>(a, b);
+    return CompareSortNumbers<double>(a, b);
 }
 int CompareStringW(const ExternalSort::SortElement* a, const ExternalSort::SortElement* b) {
     int c = std::memcmp(a->data + 4, b->data + 4, static_cast<size_t>(a->size - 4));
-    return c != 0 ? (c < 0 ? -1 : 1) : CompareIds(a, b);
+    return c != 0 ? (c < 0 ? -1 : 1) : CompareSortIds(a, b);
 }
 
 ExternalSort::CompareFunction CompareFor(qovaFieldType type) {

@@ -12,6 +12,7 @@
 #include <random>
 #include <set>
 
+#include "IndexTestSupport.h"
 #include "attrindex/LegacyIndex.h"
 #include "attrindex/MTreeIndex.h"
 #include "attrindex/MTreeIndexBuilder.h"
@@ -155,14 +156,6 @@ private:
     std::vector<Entry> entries_;
 };
 
-std::set<int32_t> Ids(FIDSet& set) {
-    std::set<int32_t> ids;
-    set.Reset();
-    int32_t id = 0;
-    while (set.Next(&id) == S_OK) ids.insert(id);
-    return ids;
-}
-
 class MTreeIndexBruteForce : public ::testing::TestWithParam<CodePage::qovaCodePageEnum> {
 protected:
     void MakeTable(std::mt19937& random) {
@@ -216,7 +209,7 @@ void Query(MTreeIndex& index, std::vector<Variant>& values, qovaSQLPredicates pr
     for (Variant& v : values) pointers.push_back(&v);
     FIDSet result;
     ASSERT_EQ(index.Search(pointers, predicate, &result), S_OK) << what;
-    EXPECT_EQ(Ids(result), expected) << what << " predicate " << predicate;
+    EXPECT_EQ(test::IdsOf(result), expected) << what << " predicate " << predicate;
 }
 
 // The records a predicate selects, by the plain scan.

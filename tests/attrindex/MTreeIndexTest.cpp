@@ -6,20 +6,13 @@
 
 #include <set>
 
+#include "IndexTestSupport.h"
 #include "attrindex/LegacyIndex.h"
 #include "attrindex/MTreeIndex.h"
 #include "support/TestSupport.h"
 
 namespace quillet {
 namespace {
-
-std::set<int32_t> Ids(FIDSet& set) {
-    std::set<int32_t> ids;
-    set.Reset();
-    int32_t id = 0;
-    while (set.Next(&id) == S_OK) ids.insert(id);
-    return ids;
-}
 
 class MTreeIndexTest : public ::testing::Test {
 protected:
@@ -39,7 +32,7 @@ protected:
         for (Variant& v : values) pointers.push_back(&v);
         FIDSet result;
         HRESULT hr = index_.Search(pointers, predicate, &result);
-        if (ids) *ids = Ids(result);
+        if (ids) *ids = test::IdsOf(result);
         return hr;
     }
     std::set<int32_t> Found(std::vector<Variant> values, qovaSQLPredicates predicate) {
@@ -172,7 +165,7 @@ TEST_F(MTreeIndexTest, InSortsItsValuesInPlaceAndRaisesWhatCannotConvert) {
     std::vector<VARIANT*> pointers = {&values[0], &values[1]};
     FIDSet result;
     ASSERT_EQ(index_.Search(pointers, qovaSQLIn, &result), S_OK);
-    EXPECT_EQ(Ids(result), (std::set<int32_t>{0, 2}));
+    EXPECT_EQ(test::IdsOf(result), (std::set<int32_t>{0, 2}));
     EXPECT_EQ(pointers[0]->vt, VT_BSTR);
     EXPECT_STREQ(pointers[0]->bstrVal, L"1");
     Build(Field(L"n", qovaFieldTypeInteger, 4), {Variant::I4(1)});
