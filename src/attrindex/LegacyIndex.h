@@ -103,6 +103,11 @@ private:
     // Rewrites the file with every entry, one added or one left out.
     bool Rewrite(const Key* added, const Key* removed, int32_t id);
     bool ToKeyBytes(const Key& key, unsigned char* out) const;
+    // Places the cursor on the first entry not before (key, id); false when
+    // there is none. `exact` when that entry is (key, id).
+    bool Locate(const unsigned char* key, int32_t id, bool& exact);
+    // Writes the cursor's leaf with `count` entries.
+    bool WriteLeaf(int32_t count);
     struct Member {
         int32_t number;
         bool leaf;
