@@ -28,15 +28,12 @@ bool ReplaceContents(std::initializer_list<FileReplacement> replacements, int32_
     std::vector<TemporaryFile> saved(replacements.size());
     const FileReplacement* replacement = replacements.begin();
     for (TemporaryFile& aside : saved) {
-        if (!aside.Create(L"sav") || !CopyFileBytes(replacement->target, aside.file(), chunkSize))
-            return false;
+        if (!aside.Create(L"sav") || !CopyFileBytes(replacement->target, aside.file(), chunkSize)) return false;
         ++replacement;
     }
     size_t failed = 0;
-    for (replacement = replacements.begin(); replacement != replacements.end();
-         ++replacement, ++failed) {
-        if (!CopyFileBytes(replacement->source, replacement->target, chunkSize) ||
-            !replacement->target.Flush()) {
+    for (replacement = replacements.begin(); replacement != replacements.end(); ++replacement, ++failed) {
+        if (!CopyFileBytes(replacement->source, replacement->target, chunkSize) || !replacement->target.Flush()) {
             break;
         }
     }

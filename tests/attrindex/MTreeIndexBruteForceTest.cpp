@@ -26,7 +26,7 @@ namespace quillet {
 namespace {
 
 constexpr int kRows = 160;
-constexpr int kQueriesPerColumn = 90;
+constexpr int kQueriesPerColumn = 60;
 
 struct ColumnSpec {
     const wchar_t* name;

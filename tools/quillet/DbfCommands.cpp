@@ -202,8 +202,8 @@ void RunPack(const std::filesystem::path& path) {
     if (!table.CompactFile() || !table.Close()) Fail(path, table);
     DBase packed(WidePath(path));
     OpenTable(packed, path, true);
-    std::cout << "removed " << before - packed.GetNumRecords() << " deleted records, "
-              << packed.GetNumRecords() << " left\n";
+    std::cout << "removed " << before - packed.GetNumRecords() << " deleted records, " << packed.GetNumRecords()
+              << " left\n";
     NoteRewrite(path, layout);
     ReportStaleIndexes(path);
 }

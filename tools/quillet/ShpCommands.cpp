@@ -145,12 +145,10 @@ void RunPack(const std::string& file) {
     RequireRegularFile(file);
     VFile records(WidePath(file).c_str());
     if (!records.Open(VFile::kReadWrite, VFile::kIndexed, false, false)) {
-        throw Failure(file +
-                      ": cannot be opened for writing as a shape data file with its index file");
+        throw Failure(file + ": cannot be opened for writing as a shape data file with its index file");
     }
     int32_t before = records.GetNumRecs();
-    if (!records.CompactFile())
-        throw Failure(file + ": compaction failed; the file is unchanged up to the failing write");
+    if (!records.CompactFile()) throw Failure(file + ": compaction failed; the file is unchanged up to the failing write");
     int32_t after = records.GetNumRecs();
     if (!records.Close()) throw Failure(file + ": cannot write the header");
     std::cout << file << ": " << after << " records kept, " << before - after << " removed\n";
