@@ -1,7 +1,9 @@
 // Opens a column attribute index (.atx) made of the fuzz bytes, runs every
-// predicate on it, checks it, and adds and deletes one entry. Input: one
-// byte (bits 0-2: the column type), then the file. The files go to a
-// private folder under $TMPDIR, removed after each input and at exit.
+// predicate on it, checks it, and (bit 3 of the first byte) adds and deletes
+// one entry. Input: one byte (bits 0-2: the column type), then the file. The
+// files go to a folder of their own under $TMPDIR, removed after each input.
+
+#include <stdlib.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -17,13 +19,6 @@
 namespace {
 
 using namespace quillet;
-
-struct RemoveFolderAtExit {
-    ~RemoveFolderAtExit() {
-        std::error_code ignored;
-        std::filesystem::remove_all(fuzz::Folder(), ignored);
-    }
-};
 
 Field ColumnOf(uint8_t selector) {
     switch (selector & 7) {
@@ -56,11 +51,11 @@ void SearchEverything(MTreeIndex& index, bool text) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const bool quiet = (SetDebugOutputSink([](const wchar_t*) {}), true);
-    static RemoveFolderAtExit cleanup;
     (void)quiet;
-    (void)cleanup;
     if (size < 1) return 0;
-    std::filesystem::path path = fuzz::Folder() / "f.atx";
+    std::string folder = (std::filesystem::temp_directory_path() / "quillet-atx-XXXXXX").string();
+    if (!mkdtemp(folder.data())) abort();
+    std::filesystem::path path = std::filesystem::path(folder) / "f.atx";
     fuzz::WriteFile(path, data + 1, size - 1);
     Field field = ColumnOf(data[0]);
     bool text = (data[0] & 7) >= 5;
@@ -68,9 +63,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         MTreeIndex index;
         if (index.Open(fuzz::Wide(path).c_str(), &field, MTreeIndex::kModeUpdate) == S_OK) {
             SearchEverything(index, text);
-            Variant value = text ? Variant::Bstr(L"m") : Variant::I4(3);
-            index.InsertEntry(value, 5);
-            index.DeleteEntry(value, 5);
+            if (data[0] & 8) {
+                Variant value = text ? Variant::Bstr(L"m") : Variant::I4(3);
+                index.InsertEntry(value, 5);
+                index.DeleteEntry(value, 5);
+            }
             index.Close();
             LegacyIndex check(path.string());
             int64_t entries = 0;
@@ -80,7 +77,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         }
     }
     std::error_code ignored;
-    std::filesystem::remove(path, ignored);
-    std::filesystem::remove(path.string() + ".tmp", ignored);
+    std::filesystem::remove_all(folder, ignored);
     return 0;
 }
