@@ -61,7 +61,8 @@ bool LegacyIndex::Open(const AtxKeyLayout& layout, bool writable) {
     layout_ = layout;
     writable_ = writable;
     file_ = std::make_unique<File>(String::FromUtf8(path_).c_str());
-    if (!file_->Open(writable ? 0 : 1, 0, 1, writable ? 0 : 1, 0)) return false;
+    // Others may read meanwhile but not write, so that a reader may map the file.
+    if (!file_->Open(writable ? 0 : 1, 0, 1, 0, 0)) return false;
     int64_t size = file_->GetLengthEx();
     if (size < AtxKeyLayout::kNodeSize || size / AtxKeyLayout::kNodeSize > 0x7FFFFFFF) {
         return false;
