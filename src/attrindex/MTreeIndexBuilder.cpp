@@ -129,8 +129,14 @@ bool MTreeIndexBuilder::InsertKey(int32_t id, const unsigned char* key) {
 
 bool MTreeIndexBuilder::InsertEntry(int32_t id, const VARIANT& value) {
     if (!sorter_) return false;
-    Variant key;
-    if (FAILED(VariantChangeType(&key, &value, 0, KeyVarType(type_)))) return false;
+    // A value of the key's own type is taken as it is, without a copy.
+    Variant converted;
+    const VARIANT* keyValue = &value;
+    if (value.vt != KeyVarType(type_)) {
+        if (FAILED(VariantChangeType(&converted, &value, 0, KeyVarType(type_)))) return false;
+        keyValue = &converted;
+    }
+    const VARIANT& key = *keyValue;
     unsigned char bytes[AtxKeyLayout::kNodeSize];
     switch (key.vt) {
         case VT_I2: std::memcpy(bytes, &key.iVal, 2); break;

@@ -42,11 +42,13 @@ Field ColumnField(const DBase& table, int field) {
 bool TableColumnEnumerator::Next(int32_t& id, VARIANT& value) {
     while (next_ < table_.GetNumRecords()) {
         int32_t record = next_++;
-        if (!table_.MoveTo(record)) {
+        // IsRecordDeleted moves to the record and reads it; true also when it cannot.
+        bool deleted = table_.IsRecordDeleted(record);
+        if (table_.GetCurrentRecord() != record) {
             failed_ = true;
             return false;
         }
-        if (table_.IsRecordDeleted(record)) continue;
+        if (deleted) continue;
         if (!table_.GetValue(field_, value)) {
             failed_ = true;
             return false;
