@@ -1,11 +1,12 @@
 // The eight calls of the legacy index interface over LegacyIndex objects.
-// Handles index a process-wide table guarded by one mutex; a closed handle's
-// slot is reused.
+// Handles index a process-wide table of slots that are taken and freed
+// atomically, so that looking a handle up (once per entry a scan reads)
+// takes no lock. A closed handle's slot is reused.
 
+#include <array>
+#include <atomic>
 #include <cstring>
 #include <memory>
-#include <mutex>
-#include <vector>
 
 #include "attrindex/LegacyIndex.h"
 
@@ -13,25 +14,23 @@ namespace quillet {
 
 namespace {
 
-std::mutex s_mutex;
-std::vector<std::unique_ptr<LegacyIndex>> s_indexes;
+constexpr size_t kMaxHandles = 4096;
+std::array<std::atomic<LegacyIndex*>, kMaxHandles> s_indexes{};
 
 int32_t Register(std::unique_ptr<LegacyIndex> index) {
-    std::lock_guard<std::mutex> lock(s_mutex);
-    for (size_t i = 0; i < s_indexes.size(); ++i) {
-        if (!s_indexes[i]) {
-            s_indexes[i] = std::move(index);
+    for (size_t i = 0; i < kMaxHandles; ++i) {
+        LegacyIndex* empty = nullptr;
+        if (s_indexes[i].compare_exchange_strong(empty, index.get())) {
+            index.release();
             return static_cast<int32_t>(i + 1);
         }
     }
-    s_indexes.push_back(std::move(index));
-    return static_cast<int32_t>(s_indexes.size());
+    return 0;
 }
 
 LegacyIndex* Find(int32_t handle) {
-    std::lock_guard<std::mutex> lock(s_mutex);
-    if (handle < 1 || static_cast<size_t>(handle) > s_indexes.size()) return nullptr;
-    return s_indexes[static_cast<size_t>(handle) - 1].get();
+    if (handle < 1 || static_cast<size_t>(handle) > kMaxHandles) return nullptr;
+    return s_indexes[static_cast<size_t>(handle) - 1].load(std::memory_order_acquire);
 }
 
 int32_t OpenHandle(const int32_t key[4], const char* path, bool writable) {
@@ -94,12 +93,10 @@ int32_t atx_next(int32_t handle, int32_t* id, char* text, double* number) {
 }
 
 int32_t atx_close(int32_t handle) {
-    std::lock_guard<std::mutex> lock(quillet::s_mutex);
-    if (handle < 1 || static_cast<size_t>(handle) > quillet::s_indexes.size()) return 0;
-    auto& slot = quillet::s_indexes[static_cast<size_t>(handle) - 1];
-    bool open = slot != nullptr;
-    slot.reset();
-    return open ? 1 : 0;
+    if (handle < 1 || static_cast<size_t>(handle) > quillet::kMaxHandles) return 0;
+    std::unique_ptr<LegacyIndex> index(
+        quillet::s_indexes[static_cast<size_t>(handle) - 1].exchange(nullptr));
+    return index ? 1 : 0;
 }
 
 }  // extern "C"

@@ -222,6 +222,8 @@ HRESULT MTreeIndex::SearchSet(std::vector<VARIANT*>& values, bool inside, IFIDSe
             int c = scan.Compare(keys[current]);
             while (c > 0 && ++current < keys.size()) c = scan.Compare(keys[current]);
             if (c == 0) result->Add(scan.Id());
+            // Every key below the current value would be skipped: seek past them.
+            if (c < 0 && !scan.Seek(keys[current], true)) break;
         }
         return S_OK;
     }
