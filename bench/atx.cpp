@@ -172,8 +172,10 @@ fs::path Folder() {
     return folder;
 }
 
+// The stores live to the end of the process: their files must not close
+// during static destruction, after the file layer's own statics are gone.
 Store& Numbers() {
-    static Store store = [] {
+    static Store& store = *new Store([] {
         Store s{Folder(), "numbers", "POP", {}, nullptr, nullptr, nullptr};
         std::mt19937_64 random(1);
         s.values.resize(kNumbers);
@@ -185,7 +187,7 @@ Store& Numbers() {
         s.db = std::make_unique<Database>(s.folder / "numbers.sqlite");
         s.db->Load(s.values, false);
         return s;
-    }();
+    }());
     return store;
 }
 
@@ -196,7 +198,7 @@ std::string RandomText(std::mt19937_64& random, size_t length) {
 }
 
 Store& Texts() {
-    static Store store = [] {
+    static Store& store = *new Store([] {
         Store s{Folder(), "texts", "NAME", {}, nullptr, nullptr, nullptr};
         std::mt19937_64 random(2);
         s.values.resize(kTexts);
@@ -206,7 +208,7 @@ Store& Texts() {
         s.db = std::make_unique<Database>(s.folder / "texts.sqlite");
         s.db->Load(s.values, true);
         return s;
-    }();
+    }());
     return store;
 }
 
