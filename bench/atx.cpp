@@ -172,43 +172,46 @@ fs::path Folder() {
     return folder;
 }
 
-// The stores live to the end of the process: their files must not close
-// during static destruction, after the file layer's own statics are gone.
-Store& Numbers() {
-    static Store& store = *new Store([] {
-        Store s{Folder(), "numbers", "POP", {}, nullptr, nullptr, nullptr};
-        std::mt19937_64 random(1);
-        s.values.resize(kNumbers);
-        for (auto& v : s.values) v = std::to_string(random() % 1'000'000);
-        WriteTable(s.Table(), "POP", 'N', 9, kNumbers, [&](int32_t i) {
-            std::string text = s.values[static_cast<size_t>(i)];
-            return std::string(9 - text.size(), ' ') + text;
-        });
-        s.db = std::make_unique<Database>(s.folder / "numbers.sqlite");
-        s.db->Load(s.values, false);
-        return s;
-    }());
-    return store;
-}
-
 std::string RandomText(std::mt19937_64& random, size_t length) {
     std::string text(length, 'a');
     for (char& c : text) c = static_cast<char>('a' + random() % 26);
     return text;
 }
 
+// A store of the values: the table (each value right-aligned in its width
+// when it is a number) and SQLite's table. It lives to the end of the
+// process: its files must not close during static destruction, after the
+// file layer's own statics are gone.
+Store& NewStore(const char* layer, const char* field, char type, int width,
+                std::vector<std::string> values) {
+    Store& s = *new Store{Folder(), layer, field, std::move(values), nullptr, nullptr, nullptr};
+    WriteTable(s.Table(), field, type, width, static_cast<int32_t>(s.values.size()),
+               [&](int32_t i) {
+                   const std::string& text = s.values[static_cast<size_t>(i)];
+                   return std::string(static_cast<size_t>(width) - text.size(), ' ') + text;
+               });
+    s.db = std::make_unique<Database>(s.folder / (std::string(layer) + ".sqlite"));
+    s.db->Load(s.values, type == 'C');
+    return s;
+}
+
+Store& Numbers() {
+    static Store& store = []() -> Store& {
+        std::mt19937_64 random(1);
+        std::vector<std::string> values(kNumbers);
+        for (auto& v : values) v = std::to_string(random() % 1'000'000);
+        return NewStore("numbers", "POP", 'N', 9, std::move(values));
+    }();
+    return store;
+}
+
 Store& Texts() {
-    static Store& store = *new Store([] {
-        Store s{Folder(), "texts", "NAME", {}, nullptr, nullptr, nullptr};
+    static Store& store = []() -> Store& {
         std::mt19937_64 random(2);
-        s.values.resize(kTexts);
-        for (auto& v : s.values) v = RandomText(random, kTextWidth);
-        WriteTable(s.Table(), "NAME", 'C', kTextWidth, kTexts,
-                   [&](int32_t i) { return s.values[static_cast<size_t>(i)]; });
-        s.db = std::make_unique<Database>(s.folder / "texts.sqlite");
-        s.db->Load(s.values, true);
-        return s;
-    }());
+        std::vector<std::string> values(kTexts);
+        for (auto& v : values) v = RandomText(random, kTextWidth);
+        return NewStore("texts", "NAME", 'C', kTextWidth, std::move(values));
+    }();
     return store;
 }
 
