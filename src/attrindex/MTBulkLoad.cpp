@@ -14,6 +14,7 @@
 #include "attrindex/MTIndex.h"
 #include "attrindex/MTScratchLease.h"
 #include "attrindex/MTSearch.h"
+#include "attrindex/SortElementCompare.h"
 #include "foundation/ExternalSort.h"
 
 namespace quillet {
@@ -23,32 +24,6 @@ namespace {
 constexpr int32_t kSortMemory = 0x400000;
 constexpr int32_t kSortSizing = 1024;
 constexpr int32_t kMaxElement = 4 + 4 * KeyTextCodec::kDecodedChars;
-
-int32_t IdOf(const ExternalSort::SortElement* e) {
-    int32_t id;
-    std::memcpy(&id, e->data, 4);
-    return id;
-}
-
-int CompareIds(const ExternalSort::SortElement* a, const ExternalSort::SortElement* b) {
-    int32_t x = IdOf(a);
-    int32_t y = IdOf(b);
-    return x < y ? -1 : (x > y ? 1 : 0);
-}
-
-template <typename T>
-int NumericCompare(const ExternalSort::SortElement* a, const ExternalSort::SortElement* b) {
-    T x;
-    T y;
-    std::memcpy(&x, a->data + 4, sizeof(T));
-    std::memcpy(&y, b->data + 4, sizeof(T));
-    // The sorter needs a total order: NaN after every number.
-    bool xNan = x != x;
-    bool yNan = y != y;
-    if (xNan || yNan) return xNan == yNan ? CompareIds(a, b) : (xNan ? 1 : -1);
-    if (x != y) return x < y ? -1 : 1;
-    return CompareIds(a, b);
-}
 
 // Text compared as the nodes compare it: the shorter padded with spaces.
 int CompareWString(const ExternalSort::SortElement* a, const ExternalSort::SortElement* b) {
@@ -61,21 +36,21 @@ int CompareWString(const ExternalSort::SortElement* a, const ExternalSort::SortE
         if (i < nb) std::memcpy(&y, b->data + 4 + 4 * i, 4);
         if (x != y) return x < y ? -1 : 1;
     }
-    return CompareIds(a, b);
+    return CompareSortIds(a, b);
 }
 
 ExternalSort::CompareFunction CompareFor(MTDataType type) {
     switch (type) {
         case MTString:
         case MTWString: return CompareWString;
-        case MTShort: return NumericCompare<int16_t>;
-        case MTLong: return NumericCompare<int32_t>;
-        case MTInt64: return NumericCompare<int64_t>;
-        case MTFloat: return NumericCompare<float>;
+        case MTShort: return CompareSortNumbers<int16_t>;
+        case MTLong: return CompareSortNumbers<int32_t>;
+        case MTInt64: return CompareSortNumbers<int64_t>;
+        case MTFloat: return CompareSortNumbers<float>;
         case MTDouble:
         case MTDate:
         case MTDateMap1:
-        case MTDateMap2: return NumericCompare<double>;
+        case MTDateMap2: return CompareSortNumbers<double>;
         case MTNone: break;
     }
     return nullptr;

@@ -65,4 +65,12 @@ std::string UnusedBytesFault(const std::wstring& path, const MTIndex& index) {
     return "";
 }
 
+std::set<int32_t> IdsOf(IFIDSet& set) {
+    std::set<int32_t> ids;
+    set.Reset();
+    int32_t id = 0;
+    while (set.Next(&id) == S_OK) ids.insert(id);
+    return ids;
+}
+
 }  // namespace quillet::test

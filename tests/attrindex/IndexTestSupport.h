@@ -5,10 +5,12 @@
 // bytes that the tree itself does not look at.
 
 #include <memory>
+#include <set>
 #include <string>
 
 #include "attrindex/MTIndex.h"
 #include "attrindex/MTIndexNG.h"
+#include "foundation/IFIDSet.h"
 
 namespace quillet::test {
 
@@ -32,5 +34,8 @@ MTKey KeyOf(MTDataType type, int k, std::wstring& text);
 // An empty string when every node of the file keeps zeros where it holds no
 // entry (and free nodes zeros but for their brother word); else what is wrong.
 std::string UnusedBytesFault(const std::wstring& path, const MTIndex& index);
+
+// The ids of a set, ascending.
+std::set<int32_t> IdsOf(IFIDSet& set);
 
 }  // namespace quillet::test

@@ -107,7 +107,7 @@ with tempfile.TemporaryDirectory() as folder:
 
     info = json.loads(I.output(tool, "dbf", "info", path, "--json"))
     c.check(list(info) == ["version", "date", "records", "records_in_file", "header_length", "record_length",
-                           "ldid", "code_page", "code_page_kind", "code_page_name", "fields"],
+                           "ldid", "code_page", "code_page_kind", "code_page_name", "fields", "indexes"],
             "info keys %r" % list(info))
     c.check((info["code_page"], info["code_page_kind"], info["code_page_name"]) == (1252, "ANSI", "ANSI 1252"),
             "info code page %r" % info)

@@ -7,6 +7,7 @@
 
 #include <iostream>
 
+#include "AtxIndexes.h"
 #include "Common.h"
 #include "DbfTable.h"
 #include "FieldWriter.h"
@@ -59,6 +60,7 @@ void RunAddField(const std::filesystem::path& path, const std::string& spec,
                   << " marked deleted went with the rewrite";
     }
     std::cout << "\n";
+    ReportStaleIndexes(path);
 }
 
 }  // namespace
@@ -72,6 +74,7 @@ void InstallAddField(CLI::App& dbf) {
     addField->add_option("TABLE", *path, "The table")->required();
     addField->add_option("SPEC", *spec, "NAME:TYPE:WIDTH[:DECIMALS]")->required();
     addField->add_option("--value", *value, "The value every record gets (default: blank)");
+    AddReindexOption(*addField);
     addField->callback([=] { RunAddField(*path, *spec, *value); });
 }
 

@@ -9,6 +9,7 @@
 #include <cmath>
 #include <iostream>
 
+#include "AtxIndexes.h"
 #include "Common.h"
 #include "DbfTable.h"
 #include "LayerRewrite.h"
@@ -102,6 +103,7 @@ void RunInfo(const std::filesystem::path& path, bool json) {
     } else {
         Json summary = out;
         summary.erase("fields");
+        summary.erase("indexes");
         PrintFields(summary);
         std::cout << "fields:\n";
         for (const auto& field : out["fields"]) {
@@ -109,6 +111,7 @@ void RunInfo(const std::filesystem::path& path, bool json) {
                       << field["type"].get<std::string>() << " " << field["width"] << "."
                       << field["decimals"] << "\n";
         }
+        PrintIndexes(out["indexes"]);
     }
     layout.RequireIntact(path);
 }
@@ -195,6 +198,7 @@ void RunDropField(const std::filesystem::path& path, const std::string& name) {
         layout.fields.erase(layout.fields.begin() + field);
     });
     NoteRewrite(path, layout);
+    ReportStaleIndexes(path);
 }
 
 void RunPack(const std::filesystem::path& path) {
@@ -213,6 +217,7 @@ void RunPack(const std::filesystem::path& path) {
     std::cout << "removed " << before - packed.GetNumRecords() << " deleted records, "
               << packed.GetNumRecords() << " left\n";
     NoteRewrite(path, layout);
+    ReportStaleIndexes(path);
 }
 
 void Install(CLI::App& app) {
@@ -244,11 +249,13 @@ void Install(CLI::App& app) {
     auto dropName = std::make_shared<std::string>();
     dropField->add_option("TABLE", *dropPath, "The table")->required();
     dropField->add_option("NAME", *dropName, "The field")->required();
+    AddReindexOption(*dropField);
     dropField->callback([=] { RunDropField(*dropPath, *dropName); });
 
     auto* pack = dbf->add_subcommand("pack", "Remove the records marked deleted");
     auto packPath = std::make_shared<std::string>();
     pack->add_option("TABLE", *packPath, "The table")->required();
+    AddReindexOption(*pack);
     pack->callback([=] { RunPack(*packPath); });
 
     InstallDelete(*dbf);
@@ -309,6 +316,21 @@ void Register() {
 }
 
 }  // namespace
+
+void DumpRecords(const std::filesystem::path& path, const std::vector<int32_t>& records,
+                 const std::string& format) {
+    DumpOptions options;
+    options.path = path.string();
+    options.format = format;
+    DBase table(WidePath(path));
+    DbfLayout layout = OpenTable(table, path, true);
+    auto fields = ChosenFields(table, layout, options);
+    if (format == "csv") PrintCsvHeader(table, fields, false);
+    for (int32_t record : records) {
+        if (!table.MoveTo(record)) Fail(path, table);
+        PrintRecord(table, fields, options, false);
+    }
+}
 
 QUILLET_TOOL_REGISTER(Register);
 

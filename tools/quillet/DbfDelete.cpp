@@ -11,6 +11,7 @@
 #include <iostream>
 #include <set>
 
+#include "AtxIndexes.h"
 #include "Common.h"
 #include "DbfTable.h"
 #include "LayerDeletion.h"
@@ -99,6 +100,7 @@ void RunDelete(const fs::path& path, const std::vector<std::string>& arguments,
     std::cout << "\n";
     for (const auto& name : deletion.binIndexRemoved)
         std::cout << "removed " << name << ", which indexed the old shapes\n";
+    ReportStaleIndexes(path);
 }
 
 }  // namespace
@@ -118,6 +120,7 @@ void InstallDelete(CLI::App& dbf) {
         ->type_name("FILE|-");
     remove->add_flag("--table-only", *tableOnly,
                      "Leave the shape data file beside the table alone");
+    AddReindexOption(*remove);
     remove->callback([=] { RunDelete(*path, *numbers, *from, *tableOnly); });
 }
 

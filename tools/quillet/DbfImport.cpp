@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <iostream>
 
+#include "AtxIndexes.h"
 #include "Common.h"
 #include "CsvReader.h"
 #include "DbfTable.h"
@@ -96,6 +97,7 @@ void RunImportCsv(const std::filesystem::path& csvPath, const std::filesystem::p
                   << (cut == 1 ? " was" : " were") << " cut to the field's width or decimals\n";
     }
     std::cout << "wrote " << Count(records, "record") << " to " << path.string() << "\n";
+    ReportStaleIndexes(path);
 }
 
 }  // namespace
@@ -112,6 +114,7 @@ void InstallImportCsv(CLI::App& dbf) {
     import->add_option("--schema", *schema, "NAME:TYPE:WIDTH[:DECIMALS],... (types C D F L N)")
         ->required();
     import->add_option("--codepage", *codePage, "Code page of the table, e.g. 1252, 437, UTF-8");
+    AddReindexOption(*import);
     import->callback([=] { RunImportCsv(*csvPath, *path, *schema, *codePage);
 });
 }  // namespace quillet::tool

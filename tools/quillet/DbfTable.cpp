@@ -1,5 +1,7 @@
 #include "DbfTable.h"
 
+#include "AtxIndexes.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <cwctype>
@@ -208,6 +210,7 @@ Json TableInfoJson(DBase& table) {
                 {"ldid", header.languageDriver}};
     out.update(CodePageJson(table.GetCodePage()));
     out["fields"] = fields;
+    out["indexes"] = IndexesJson(table, Utf8(table.GetFilePath().str()));
     return out;
 }
 

@@ -58,6 +58,11 @@ Json TableInfoJson(DBase& table);
 
 std::vector<std::string> Split(const std::string& text, char separator);
 
+// Prints records (numbered from 0, in the order given) as `dbf dump` does,
+// in its format "csv" (with the header row) or "jsonl".
+void DumpRecords(const std::filesystem::path& path, const std::vector<int32_t>& records,
+                 const std::string& format);
+
 // The dbf commands that have files of their own; the group adds them.
 void InstallImportCsv(CLI::App& dbf);
 void InstallAddField(CLI::App& dbf);
