@@ -100,13 +100,15 @@ public:
     }
 
 private:
+    // Never destroyed: a File that a static object holds open closes after
+    // every function-local static is gone.
     static std::mutex& Mutex() {
-        static std::mutex mutex;
-        return mutex;
+        static auto* mutex = new std::mutex;
+        return *mutex;
     }
     static std::multimap<Key, int64_t>& Lengths() {
-        static std::multimap<Key, int64_t> lengths;
-        return lengths;
+        static auto* lengths = new std::multimap<Key, int64_t>;
+        return *lengths;
     }
 };
 

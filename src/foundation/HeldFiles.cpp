@@ -17,9 +17,10 @@ struct Registry {
     std::atomic<int> count{0};
 };
 
+// Never destroyed, so that opens made while statics are destroyed still work.
 Registry& TheRegistry() {
-    static Registry registry;
-    return registry;
+    static auto* registry = new Registry;
+    return *registry;
 }
 
 HeldFiles::Identity IdentityOf(const struct stat& st) {

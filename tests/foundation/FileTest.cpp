@@ -326,6 +326,19 @@ TEST_F(FileTest, SharingWritersCoexistWithReaders) {
     EXPECT_EQ(first, 'Z');
 }
 
+TEST_F(FileTest, AMappedFileOpenAtExitCrashedWhenStaticsWereDestroyed) {
+    std::wstring path = Existing(Sequence(5000));
+    pid_t child = ::fork();
+    if (child == 0) {
+        static File held(path.c_str());  // destroyed after the library's statics
+        if (!held.Open(1, 1, 1, 0, 0) || !held.IsMapped()) ::_exit(2);
+        std::exit(0);  // runs the static destructors
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+}
+
 TEST_F(FileTest, LocksHoldAgainstOtherProcesses) {
     std::wstring path = Existing(Sequence(10));
     File writer(path.c_str());
