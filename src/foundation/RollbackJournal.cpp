@@ -20,7 +20,6 @@ constexpr char kMagic[] = "quillet-journal\n";
 constexpr int kMagicSize = 16;
 constexpr uint32_t kVersion = 1;
 constexpr int kFixedSize = kMagicSize + 8;  // magic, version, entry count
-constexpr int kEntryFixedSize = 4 + 8 + 8;  // name length, length, checksum
 constexpr uint32_t kMaxEntries = 64;
 constexpr uint32_t kMaxNameLength = 1024;
 constexpr int32_t kChunk = 64 * 1024;
