@@ -190,7 +190,10 @@ void Apply(DBase& table, Model& model, const Op& op) {
             break;
         }
         case 5: {  // drop a column, keeping at least one
-            if (model.columns.size() < 2) break;
+            if (model.columns.size() < 2) {
+                model.pendingAppend = pending;  // nothing happened to the table
+                break;
+            }
             size_t f = static_cast<size_t>(op.b) % model.columns.size();
             RC_ASSERT(table.DropColumn(model.columns[f].first));
             RC_ASSERT(!table.IsOpen());  // left closed for the caller to reopen
