@@ -218,12 +218,17 @@ HRESULT MTreeIndex::SearchSet(std::vector<VARIANT*>& values, bool inside, IFIDSe
     size_t current = 0;
     if (inside) {
         if (!scan.Seek(keys[0], true)) return S_OK;
+        size_t sought = 0;
         while (current < keys.size() && scan.Next()) {
             int c = scan.Compare(keys[current]);
             while (c > 0 && ++current < keys.size()) c = scan.Compare(keys[current]);
             if (c == 0) result->Add(scan.Id());
-            // Every key below the current value would be skipped: seek past them.
-            if (c < 0 && !scan.Seek(keys[current], true)) break;
+            // Every key below the current value would be skipped: seek past
+            // them, once per value, for a damaged tree may seek back to here.
+            if (c < 0 && sought != current) {
+                sought = current;
+                if (!scan.Seek(keys[current], true)) break;
+            }
         }
         return S_OK;
     }
