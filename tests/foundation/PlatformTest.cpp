@@ -24,19 +24,6 @@ namespace {
 
 using test::ScopedEnv;
 
-TEST(Win32ErrorTest, ErrnoMappingsCallersRelyOn) {
-    EXPECT_EQ(Win32ErrorFromErrno(0), ERROR_SUCCESS);
-    EXPECT_EQ(Win32ErrorFromErrno(ENOENT), ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ(Win32ErrorFromErrno(ENOTDIR), ERROR_PATH_NOT_FOUND);
-    EXPECT_EQ(Win32ErrorFromErrno(EACCES), ERROR_ACCESS_DENIED);
-    EXPECT_EQ(Win32ErrorFromErrno(EROFS), ERROR_ACCESS_DENIED);
-    EXPECT_EQ(Win32ErrorFromErrno(EAGAIN), ERROR_SHARING_VIOLATION);
-    EXPECT_EQ(Win32ErrorFromErrno(ENOSPC), ERROR_DISK_FULL);
-    EXPECT_EQ(Win32ErrorFromErrno(EEXIST), ERROR_FILE_EXISTS);
-    EXPECT_EQ(Win32ErrorFromErrno(EMFILE), ERROR_TOO_MANY_OPEN_FILES);
-    EXPECT_EQ(Win32ErrorFromErrno(EIO), ERROR_GEN_FAILURE);
-}
-
 TEST(Win32ErrorTest, LastErrorIsPerThread) {
     SetLastError(ERROR_DISK_FULL);
     uint32_t seen = 1;

@@ -17,22 +17,6 @@ namespace {
 
 std::wstring W(const String& s) { return s.str(); }
 
-TEST(String, PiecesClampToTheText) {
-    String s(L"roads.dbf");
-    EXPECT_EQ(W(s.Left(5)), L"roads");
-    EXPECT_EQ(W(s.Left(99)), L"roads.dbf");
-    EXPECT_EQ(W(s.Left(-1)), L"");
-    EXPECT_EQ(W(s.Right(3)), L"dbf");
-    EXPECT_EQ(W(s.Right(99)), L"roads.dbf");
-    EXPECT_EQ(W(s.Mid(6)), L"dbf");
-    EXPECT_EQ(W(s.Mid(2, 3)), L"ads");
-    EXPECT_EQ(W(s.Mid(-3, 2)), L"ro");
-    EXPECT_EQ(W(s.Mid(20)), L"");
-    s.SetAt(0, L'R');
-    s.SetAt(100, L'x');  // out of range: nothing
-    EXPECT_EQ(W(s), L"Roads.dbf");
-}
-
 // Text moves between the object's own room and the heap as it grows; every
 // length around that limit must survive copies, moves and appends that read
 // from the string itself.
@@ -71,19 +55,6 @@ TEST(String, KeepsItsTextAcrossTheInlineLimit) {
     }
 }
 
-TEST(String, FindsCharactersAndText) {
-    String s(L"a.b.c");
-    EXPECT_EQ(s.Find(L'.'), 1);
-    EXPECT_EQ(s.Find(L'.', 2), 3);
-    EXPECT_EQ(s.Find(L'x'), -1);
-    EXPECT_EQ(s.ReverseFind(L'.'), 3);
-    EXPECT_EQ(s.Find(L"b.c"), 2);
-    EXPECT_EQ(s.Find(static_cast<const wchar_t*>(nullptr)), -1);
-    EXPECT_EQ(String(L"Crème BRÛLÉE").FindNoCase(L"brûlée"), 6);
-    EXPECT_EQ(String(L"ΑΒΓ").FindNoCase(L"βγ"), 1);
-    EXPECT_EQ(String(L"abc").FindNoCase(L"x"), -1);
-}
-
 TEST(String, TrimsWhiteSpaceAndMapsCase) {
     String s(L" \t name \r\n");
     EXPECT_EQ(W(String(s).TrimLeft()), L"name \r\n");
@@ -95,18 +66,6 @@ TEST(String, TrimsWhiteSpaceAndMapsCase) {
     EXPECT_LT(String(L"abc").CompareNoCase(L"ABD"), 0);
     EXPECT_GT(String(L"abcd").CompareNoCase(L"ABC"), 0);
     EXPECT_LT(String(L"ABC").Compare(L"abc"), 0);
-}
-
-TEST(String, AppendsWideNarrowAndCharacters) {
-    String s;
-    s += L"a";
-    s += 'b' == 'b' ? L'b' : L'?';
-    s += "c";
-    s += String(L"d");
-    s += static_cast<const wchar_t*>(nullptr);
-    EXPECT_EQ(W(s), L"abcd");
-    EXPECT_EQ(W(String("") + String(L"x")), L"x");
-    EXPECT_TRUE(String(static_cast<const char*>(nullptr)).IsEmpty());
 }
 
 TEST(String, NarrowTextIsInTheAnsiCodePage) {
