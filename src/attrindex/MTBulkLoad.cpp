@@ -56,6 +56,32 @@ ExternalSort::CompareFunction CompareFor(MTDataType type) {
     return nullptr;
 }
 
+// Two characters of text, padded as the comparison pads them.
+uint64_t WStringPrefix(const ExternalSort::SortElement* e) {
+    int32_t n = (e->size - 4) / 4;
+    uint64_t prefix = 0;
+    for (int32_t i = 0; i < 2; ++i) {
+        wchar_t c = L' ';
+        if (i < n) std::memcpy(&c, e->data + 4 + 4 * i, 4);
+        prefix = prefix << 32 | OrderedBits(static_cast<int32_t>(c));
+    }
+    return prefix;
+}
+
+ExternalSort::PrefixFunction PrefixFor(MTDataType type) {
+    switch (type) {
+        case MTShort: return SortNumberPrefix<int16_t>;
+        case MTLong: return SortNumberPrefix<int32_t>;
+        case MTInt64: return SortNumberPrefix<int64_t>;
+        case MTFloat: return SortNumberPrefix<float>;
+        case MTDouble:
+        case MTDate:
+        case MTDateMap1:
+        case MTDateMap2: return SortNumberPrefix<double>;
+        default: return WStringPrefix;
+    }
+}
+
 }  // namespace
 
 HRESULT MTIndex::StartBulkLoad(int32_t) {
@@ -63,7 +89,8 @@ HRESULT MTIndex::StartBulkLoad(int32_t) {
     ExternalSort::CompareFunction compare = CompareFor(type_);
     if (!compare) return E_UNEXPECTED;
     sorter_ = std::make_unique<ExternalSort>();
-    if (!sorter_->Init(compare, kSortMemory, kSortSizing)) {
+    if (!sorter_->Init(compare, kSortMemory, kSortSizing) ||
+        !sorter_->SetPrefix(PrefixFor(type_))) {
         sorter_.reset();
         return E_OUTOFMEMORY;
     }

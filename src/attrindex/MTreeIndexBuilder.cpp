@@ -53,6 +53,17 @@ ExternalSort::CompareFunction CompareFor(qovaFieldType type) {
     }
 }
 
+ExternalSort::PrefixFunction PrefixFor(qovaFieldType type) {
+    switch (type) {
+        case qovaFieldTypeSmallInteger: return SortNumberPrefix<int16_t>;
+        case qovaFieldTypeInteger: return SortNumberPrefix<int32_t>;
+        case qovaFieldTypeSingle: return SortNumberPrefix<float>;
+        case qovaFieldTypeDouble:
+        case qovaFieldTypeDate: return SortNumberPrefix<double>;
+        default: return SortBytesPrefix;
+    }
+}
+
 // Bytes of the key in a sort element.
 int32_t SortKeySize(qovaFieldType type, const AtxKeyLayout& layout) {
     if (type == qovaFieldTypeDate) return 8;
@@ -116,7 +127,7 @@ bool MTreeIndexBuilder::Init(const FileSystemPath& path, IField* field, TypeMapp
     map_ = map;
     element_.assign(static_cast<size_t>(4 + SortKeySize(type_, layout_) + 4), 0);
     sorter_ = std::make_unique<ExternalSort>();
-    return sorter_->Init(compare, kSortMemory, kSortSizing);
+    return sorter_->Init(compare, kSortMemory, kSortSizing) && sorter_->SetPrefix(PrefixFor(type_));
 }
 
 bool MTreeIndexBuilder::InsertKey(int32_t id, const unsigned char* key) {

@@ -291,10 +291,17 @@ public:
         return arena_ != nullptr;
     }
 
+    bool SetPrefix(PrefixFunction prefix) {
+        if (state_ != kCollecting || count_ != 0) return false;
+        prefix_ = prefix;
+        perElement_ = kPerElement + (prefix ? static_cast<int64_t>(sizeof(Keyed)) : 0);
+        return true;
+    }
+
     bool Add(int32_t size, const void* element) {
         if (state_ != kCollecting || size < 0 || (size > 0 && !element)) return false;
         bool fitsArena = arenaFill_ + size <= arenaSize_;
-        if (!elements_.empty() && (!fitsArena || MemoryUsed() + kPerElement + size > budget_) &&
+        if (!elements_.empty() && (!fitsArena || MemoryUsed() + perElement_ + size > budget_) &&
             !Spill()) {
             return Fail();
         }
@@ -355,7 +362,7 @@ private:
     enum State { kCollecting, kInMemory, kMerging, kFailed };
 
     int64_t MemoryUsed() const {
-        return arenaFill_ + static_cast<int64_t>(elements_.size()) * kPerElement;
+        return arenaFill_ + static_cast<int64_t>(elements_.size()) * perElement_;
     }
 
     // How many runs one merge reads at once within the budget.
@@ -366,11 +373,31 @@ private:
         return std::max(kMinRunBuffer, budget_ / static_cast<int64_t>(std::max<size_t>(runs, 1)));
     }
 
+    struct Keyed {
+        uint64_t prefix;
+        SortElement element;
+    };
+
     void SortInMemory() {
+        if (prefix_) return SortByPrefix();
         CompareFunction compare = compare_;
         std::sort(
             elements_.begin(), elements_.end(),
             [compare](const SortElement& a, const SortElement& b) { return compare(&a, &b) < 0; });
+    }
+
+    // The pairs sort with the prefixes inline and beside the element, so
+    // that the compare function is called only on ties.
+    void SortByPrefix() {
+        std::vector<Keyed> keyed;
+        keyed.reserve(elements_.size());
+        for (const SortElement& e : elements_) keyed.push_back({prefix_(&e), e});
+        CompareFunction compare = compare_;
+        std::sort(keyed.begin(), keyed.end(), [compare](const Keyed& a, const Keyed& b) {
+            if (a.prefix != b.prefix) return a.prefix < b.prefix;
+            return compare(&a.element, &b.element) < 0;
+        });
+        for (size_t i = 0; i < keyed.size(); ++i) elements_[i] = keyed[i].element;
     }
 
     bool Spill() {
@@ -422,6 +449,8 @@ private:
     }
 
     CompareFunction compare_;
+    PrefixFunction prefix_ = nullptr;
+    int64_t perElement_ = kPerElement;
     int64_t budget_;
     int64_t arenaSize_;
     std::unique_ptr<unsigned char, FreeDeleter> arena_;
@@ -450,6 +479,10 @@ bool ExternalSort::Init(CompareFunction compare, int32_t memoryBudget, int32_t e
     if (!impl || !impl->Ready()) return false;
     impl_ = std::move(impl);
     return true;
+}
+
+bool ExternalSort::SetPrefix(PrefixFunction prefix) {
+    return impl_ && impl_->SetPrefix(prefix);
 }
 
 bool ExternalSort::Add(int32_t size, const void* element) {

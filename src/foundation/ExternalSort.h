@@ -37,6 +37,14 @@ public:
     // before a run is spilled. expectedCount: a hint for the first allocation.
     // Returns true when ready.
     bool Init(CompareFunction compare, int32_t memoryBudget, int32_t expectedCount);
+    // An optional shortcut for sorting in memory: a number for each element
+    // such that prefix(a) < prefix(b) only where compare(a, b) < 0. Elements
+    // of equal prefixes are still ordered by the compare function, so the
+    // order stays the same while most comparisons become one of two integers
+    // at hand. Each element then counts sizeof a prefix more in the budget.
+    // Only before the first Add; false otherwise.
+    using PrefixFunction = uint64_t (*)(const SortElement* element);
+    bool SetPrefix(PrefixFunction prefix);
     // Copies the element in. False on a bad size or a failed spill.
     bool Add(int32_t size, const void* element);
     // Ends the input; elements then come back through Next in order.

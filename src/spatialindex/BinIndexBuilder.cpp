@@ -48,6 +48,14 @@ constexpr int32_t kRecordBytes = BinFeatureRec::kPerRecord * BinFeatureRec::kLen
 
 int S_CompareInts(int32_t a, int32_t b) { return a < b ? -1 : (a > b ? 1 : 0); }
 
+// Bin and feature number in one unsigned number ordered as Compare orders.
+uint64_t SortPrefix(const ExternalSort::SortElement* e) {
+    SortElementRec x;
+    x.DecodeFrom(e->data);
+    auto ordered = [](int32_t v) { return uint64_t{static_cast<uint32_t>(v) ^ 0x80000000u}; };
+    return ordered(x.bin) << 32 | ordered(x.featureNumber);
+}
+
 }  // namespace
 
 BinIndexBuilder::BinIndexBuilder() = default;
@@ -84,7 +92,8 @@ bool BinIndexBuilder::Create(const FileSystemPath& path, int32_t featureCount, I
     highestBin_ = 1;
 
     sorter_ = std::make_unique<ExternalSort>();
-    if (!sorter_->Init(Compare, kSortMemory, kSortExpectedCount)) {
+    if (!sorter_->Init(Compare, kSortMemory, kSortExpectedCount) ||
+        !sorter_->SetPrefix(SortPrefix)) {
         sorter_.reset();
         return false;
     }
