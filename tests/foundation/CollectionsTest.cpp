@@ -4,6 +4,7 @@
 #include <rapidcheck/gtest.h>
 
 #include <memory>
+#include <random>
 #include <set>
 #include <vector>
 
@@ -99,6 +100,23 @@ TEST(FIDSet, AddsFindsDeletesAndEnumeratesInOrder) {
     set->get_Count(&count);
     EXPECT_EQ(count, 0);
     EXPECT_EQ(set->Find(1, nullptr), E_POINTER);
+}
+
+TEST(FIDSet, ManyIdsOfEverySignEnumerateSortedOnce) {
+    std::unique_ptr<IFIDSet> set;
+    ASSERT_EQ(CoCreateFIDSet(CLSID_FIDSet, &set), S_OK);
+    std::mt19937 random(7);
+    std::set<int32_t> expected;
+    for (int i = 0; i < 20000; ++i) {
+        int32_t id = static_cast<int32_t>(random()) >> (i % 20);
+        expected.insert(id);
+        set->Add(id);
+    }
+    std::vector<int32_t> seen;
+    int32_t id;
+    set->Reset();
+    while (set->Next(&id) == S_OK) seen.push_back(id);
+    EXPECT_EQ(seen, std::vector<int32_t>(expected.begin(), expected.end()));
 }
 
 class CapturedDebugOutput {
