@@ -343,6 +343,7 @@ void Install(CLI::App& app) {
     records->callback([recordsFile, format, limit] { RunRecords(*recordsFile, *format, *limit); });
 
     InstallShpCopy(*group);
+    InstallShpDump(*group);
 
     auto* pack = group->add_subcommand("pack", "Compact away deleted records");
     auto packFile = std::make_shared<std::string>();
