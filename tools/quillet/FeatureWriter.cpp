@@ -2,7 +2,6 @@
 
 #include <iostream>
 
-#include "Common.h"
 #include "FieldValues.h"
 #include "GeometryText.h"
 
@@ -12,15 +11,25 @@ namespace {
 
 constexpr size_t kBlock = 64 * 1024;
 
+Json PropertyValue(DBase& table, int field) {
+    if (table.GetFieldType(field) != DBase::qovaLogical) return FieldJson(table, field);
+    char letter = table.GetFieldPointer(field)[0];
+    return letter == ' ' || letter == '\0' ? Json(nullptr) : Json(std::string(1, letter));
+}
+
+std::string PropertyText(DBase& table, int field) {
+    if (table.GetFieldType(field) != DBase::qovaLogical) return FieldText(table, field);
+    Json value = PropertyValue(table, field);
+    return value.is_null() ? "" : value.get<std::string>();
+}
+
 }  // namespace
 
 FeatureWriter::FeatureWriter(std::string format, const std::string& layerName, DBase* table,
-                             std::vector<int> fields)
+                             std::vector<int> fields, const std::vector<std::string>& names)
     : format_(std::move(format)), table_(table), fields_(std::move(fields)) {
-    for (int field : fields_) {
-        std::string name = Utf8(table_->GetFieldName(field).str());
+    for (const auto& name : names)
         keys_.push_back(format_ == "csv" ? CsvQuote(name) : Json(name).dump() + ": ");
-    }
     Begin(layerName);
 }
 
@@ -42,7 +51,7 @@ void FeatureWriter::AppendProperties(bool hasRow) {
     for (size_t i = 0; i < fields_.size(); ++i) {
         if (i > 0) out_ += ", ";
         out_ += keys_[i];
-        out_ += hasRow ? FieldJson(*table_, fields_[i]).dump() : "null";
+        out_ += hasRow ? PropertyValue(*table_, fields_[i]).dump() : "null";
     }
     out_ += " }";
 }
@@ -52,7 +61,7 @@ void FeatureWriter::AppendCsvRow(const ShapeGeometry& geometry, bool hasRow) {
     if (geometry.kind() != ShapeGeometry::Kind::kNull) out_ += CsvQuote(ToWkt(geometry));
     for (int field : fields_) {
         out_ += ',';
-        if (hasRow) out_ += CsvQuote(FieldText(*table_, field));
+        if (hasRow) out_ += CsvQuote(PropertyText(*table_, field));
     }
     out_ += '\n';
 }

@@ -2,7 +2,8 @@
 
 // Features (a shape with its table row) written as `ogr2ogr` writes them:
 // "geojson", a FeatureCollection; "geojsonseq", one Feature a line; "csv",
-// a WKT column and the fields. The text goes to stdout in blocks as it is
+// a WKT column and the fields. Values are typed as GDAL reads them: a
+// logical is the letter the table holds. The text goes to stdout in blocks as it is
 // made, so that memory stays flat however big the layer.
 
 #include <string>
@@ -15,10 +16,10 @@ namespace quillet::tool {
 
 class FeatureWriter {
 public:
-    // `fields` are the table's fields to write, in order; `table` is null
-    // when the layer has none.
+    // `fields` are the table's fields to write, in order, and `names` what
+    // to call them; `table` is null when the layer has none.
     FeatureWriter(std::string format, const std::string& layerName, DBase* table,
-                  std::vector<int> fields);
+                  std::vector<int> fields, const std::vector<std::string>& names);
     ~FeatureWriter();
     FeatureWriter(const FeatureWriter&) = delete;
     FeatureWriter& operator=(const FeatureWriter&) = delete;

@@ -5,6 +5,7 @@
 // record whose counts disagree with its size is named on stderr and left
 // out, never printed as a guess.
 
+#include <algorithm>
 #include <iostream>
 #include <optional>
 
@@ -53,6 +54,23 @@ struct LayerTable {
         }
         for (const auto& name : Split(names, ',')) chosen.push_back(FindField(*table, layout, path, name));
         return chosen;
+    }
+
+    // What the layer calls the fields: the names the file stores, as other
+    // readers show them, or the library's where two are the same.
+    std::vector<std::string> Names(const std::vector<int>& fields) {
+        std::vector<std::string> names;
+        if (!table) return names;
+        CodePage page(table->GetCodePage().GetCodePageId());
+        for (int field : fields) {
+            String stored(DecodeText(page, layout.fields[static_cast<size_t>(field)].name));
+            stored.Trim();
+            std::string name = Utf8(stored.str());
+            if (std::find(names.begin(), names.end(), name) != names.end())
+                name = Utf8(table->GetFieldName(field).str());
+            names.push_back(name);
+        }
+        return names;
     }
 
     // Moves to record n's row: false when the row is marked deleted (the
@@ -120,7 +138,7 @@ void RunDump(const DumpOptions& options) {
     std::vector<int> fields = table.Fields(options.fields);
     LayerSelection selection(options.path, shp->GetNumRecords(), window, condition);
     FeatureWriter writer(options.format, fs::path(options.path).stem().string(), table.table.get(),
-                         fields);
+                         fields, table.Names(fields));
     DumpCounts counts = WriteFeatures(*shp, options.path, selection, table, writer);
     writer.Finish();
     std::string damage = ShapeDamage(options.path, counts.unreadable);
