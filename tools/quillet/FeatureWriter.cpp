@@ -74,7 +74,7 @@ void FeatureWriter::Write(const ShapeGeometry& geometry, bool hasRow) {
         out_ += "{ \"type\": \"Feature\", ";
         AppendProperties(hasRow);
         out_ += ", \"geometry\": ";
-        out_ += ToGeoJson(geometry).dump();
+        AppendGeoJson(out_, geometry);
         out_ += " }";
         if (format_ == "geojsonseq") out_ += '\n';
     }
