@@ -112,19 +112,26 @@ void AppendNumber(std::string& out, double value) {
     out.append(text, result.ptr);
 }
 
-void AppendPoint(std::string& out, const ShapeGeometry& g, int32_t p) {
+// Point p's x, y, then z and m when the text holds them, each written by
+// `number`, with `separator` between them.
+void AppendCoordinates(std::string& out, const ShapeGeometry& g, int32_t p, char separator,
+                       bool withM, void (*number)(std::string&, double)) {
     auto i = static_cast<size_t>(p);
-    AppendNumber(out, g.points[i].x);
-    out += ' ';
-    AppendNumber(out, g.points[i].y);
+    number(out, g.points[i].x);
+    out += separator;
+    number(out, g.points[i].y);
     if (g.hasZ) {
-        out += ' ';
-        AppendNumber(out, g.z[i]);
+        out += separator;
+        number(out, g.z[i]);
     }
-    if (g.hasM) {
-        out += ' ';
-        AppendNumber(out, g.m[i]);
+    if (withM) {
+        out += separator;
+        number(out, g.m[i]);
     }
+}
+
+void AppendPoint(std::string& out, const ShapeGeometry& g, int32_t p) {
+    AppendCoordinates(out, g, p, ' ', g.hasM, AppendNumber);
 }
 
 void AppendPath(std::string& out, const ShapeGeometry& g, const Path& path) {
@@ -203,16 +210,10 @@ void AppendJsonNumber(std::string& out, double value) {
     if (std::find_if(text, end, [](char c) { return c == '.' || c == 'e'; }) == end) out += ".0";
 }
 
+// GeoJSON has no m.
 void AppendPosition(std::string& out, const ShapeGeometry& g, int32_t p) {
-    auto i = static_cast<size_t>(p);
     out += '[';
-    AppendJsonNumber(out, g.points[i].x);
-    out += ',';
-    AppendJsonNumber(out, g.points[i].y);
-    if (g.hasZ) {
-        out += ',';
-        AppendJsonNumber(out, g.z[i]);
-    }
+    AppendCoordinates(out, g, p, ',', false, AppendJsonNumber);
     out += ']';
 }
 
