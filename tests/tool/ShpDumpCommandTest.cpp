@@ -22,8 +22,10 @@ protected:
         std::string csv = "NAME,N\n";
         std::vector<Bytes> records;
         for (int i = 0; i < kSide * kSide; ++i) {
-            csv += (i % 3 == 0 ? "alpha" : i % 3 == 1 ? "beta" : "gamma") + std::to_string(i % 5) +
-                   "," + std::to_string(i) + "\n";
+            csv += (i % 3 == 0   ? "alpha"
+                    : i % 3 == 1 ? "beta"
+                                 : "gamma") +
+                   std::to_string(i % 5) + "," + std::to_string(i) + "\n";
             records.push_back(PointRecord(i % kSide, i / kSide));
         }
         WriteBytes(dir_ / "c.csv", Bytes(csv.begin(), csv.end()));
@@ -49,9 +51,8 @@ protected:
 
 TEST_F(ShpDumpCommandTest, WhereGivesTheSameFeaturesThroughTheIndexAsByAScan) {
     const std::vector<std::string> conditions = {
-        "NAME = beta1",          "NAME '<>' alpha0",        "NAME like gam%",
-        "NAME in alpha3 gamma4", "N between 17 90",       "N not-in 5 6 7",
-        "N '<' 40",                "NAME not-between b c",
+        "NAME = beta1",    "NAME '<>' alpha0", "NAME like gam%", "NAME in alpha3 gamma4",
+        "N between 17 90", "N not-in 5 6 7",   "N '<' 40",       "NAME not-between b c",
     };
     std::vector<std::vector<int>> scanned;
     for (const auto& condition : conditions) scanned.push_back(Dump("--where " + condition));

@@ -131,7 +131,9 @@ Column::Column(const fs::path& path, const std::string& fieldName)
     indexPath = fs::path(Utf8(index.GetPath().str()));
 }
 
-Field Column::Describe() const { return ColumnField(table, field); }
+Field Column::Describe() const {
+    return ColumnField(table, field);
+}
 
 std::vector<int32_t> SearchColumn(Column& column, const Operator& op,
                                   const std::vector<std::string>& texts) {
@@ -169,8 +171,8 @@ void NoteIfStale(const Column& column) {
 }
 
 std::vector<int32_t> MatchingRecords(const fs::path& table, const std::string& field,
-                                     const std::string& op,
-                                     const std::vector<std::string>& values, bool& indexed) {
+                                     const std::string& op, const std::vector<std::string>& values,
+                                     bool& indexed) {
     const Operator& predicate = ParseOperator(op, values.size());
     Column column(table, field);
     indexed = fs::exists(column.indexPath);

@@ -51,8 +51,8 @@ void NoteIfStale(const Column& column);
 // through an index of the column built for this search alone from a scan of
 // the table: so that a scan answers as the index would, quirks included.
 // `indexed` says which it was.
-std::vector<int32_t> MatchingRecords(const std::filesystem::path& table,
-                                     const std::string& field, const std::string& op,
-                                     const std::vector<std::string>& values, bool& indexed);
+std::vector<int32_t> MatchingRecords(const std::filesystem::path& table, const std::string& field,
+                                     const std::string& op, const std::vector<std::string>& values,
+                                     bool& indexed);
 
 }  // namespace quillet::tool

@@ -33,7 +33,9 @@ FeatureWriter::FeatureWriter(std::string format, const std::string& layerName, D
     Begin(layerName);
 }
 
-FeatureWriter::~FeatureWriter() { Flush(); }
+FeatureWriter::~FeatureWriter() {
+    Flush();
+}
 
 void FeatureWriter::Begin(const std::string& layerName) {
     if (format_ == "geojson") {

@@ -40,7 +40,8 @@ Json FieldJson(DBase& table, int field) {
             if (IsNoNumber(raw)) return nullptr;
             double value = table.GetFieldDouble(field);
             if (!std::isfinite(value)) return nullptr;
-            if (table.GetFieldDecimals(field) == 0 && value == std::trunc(value) && std::fabs(value) < 9e15) {
+            if (table.GetFieldDecimals(field) == 0 && value == std::trunc(value) &&
+                std::fabs(value) < 9e15) {
                 return static_cast<int64_t>(value);
             }
             return value;
@@ -61,7 +62,8 @@ std::string FieldText(DBase& table, int field) {
     Json value = FieldJson(table, field);
     if (value.is_null()) return "";
     if (value.is_string()) return value.get<std::string>();
-    if (table.GetFieldType(field) == DBase::qovaNumeric || table.GetFieldType(field) == DBase::qovaFloat) {
+    if (table.GetFieldType(field) == DBase::qovaNumeric ||
+        table.GetFieldType(field) == DBase::qovaFloat) {
         // The number as the table holds it, not as a double prints.
         std::string raw = table.GetFieldPointer(field);
         return raw.substr(raw.find_first_not_of(' '));

@@ -19,22 +19,25 @@ namespace {
 using Range = LayerSelection::Range;
 
 // The features whose bins meet the window, as records of a layer of
-// `records` (an index that claims more features names none of them), or
-// every record when the layer has no readable bin index.
+// `records`, or every record when the layer has no readable bin index or one
+// that counts other features than the layer has records: that index was made
+// for other shapes, and would miss some.
 std::vector<Range> BinCandidates(const fs::path& shp, int32_t records, const WKSEnvelope& window) {
     std::vector<Range> all = {{0, records - 1}};
     fs::path path = Utf8(BinIndexPathFor(WidePath(shp).c_str()).GetPath().str());
     std::error_code error;
     if (!fs::is_regular_file(path, error)) return all;
     BinIndex index(WidePath(path).c_str());
-    if (!index.IsOpen()) return all;
+    if (!index.IsOpen() || index.GetFeatureCount() != records) return all;
     Envelope query(window);
     RecNumSet found;
     index.Search(&query, &found);
     std::vector<Range> ranges;
+    // A damaged index may name numbers no record has.
     for (auto [first, last] : found.Ranges()) {
-        if (first > records) break;
-        ranges.push_back({first - 1, std::min(last, records) - 1});
+        first = std::max(first, 1);
+        last = std::min(last, records);
+        if (first <= last) ranges.push_back({first - 1, last - 1});
     }
     return ranges;
 }
@@ -77,8 +80,8 @@ LayerSelection::LayerSelection(const fs::path& shp, int32_t records,
                                const std::optional<Condition>& condition)
     : window_(window) {
     if (records <= 0) return;
-    candidates_ = window ? BinCandidates(shp, records, *window)
-                         : std::vector<Range>{{0, records - 1}};
+    candidates_ =
+        window ? BinCandidates(shp, records, *window) : std::vector<Range>{{0, records - 1}};
     if (!condition) return;
     bool indexed = false;
     fs::path table = fs::path(shp).replace_extension(".dbf");

@@ -52,7 +52,8 @@ struct LayerTable {
         if (names.empty()) {
             for (int i = 0; i < table->GetNumFields(); ++i) chosen.push_back(i);
         }
-        for (const auto& name : Split(names, ',')) chosen.push_back(FindField(*table, layout, path, name));
+        for (const auto& name : Split(names, ','))
+            chosen.push_back(FindField(*table, layout, path, name));
         return chosen;
     }
 
@@ -134,7 +135,8 @@ void RunDump(const DumpOptions& options) {
     std::optional<Condition> condition = ParseCondition(options.where);
     auto shp = OpenShape(options.path, true);
     LayerTable table(options.path);
-    if (condition && !table.table) throw Failure(table.path.string() + ": no such table for --where");
+    if (condition && !table.table)
+        throw Failure(table.path.string() + ": no such table for --where");
     std::vector<int> fields = table.Fields(options.fields);
     LayerSelection selection(options.path, shp->GetNumRecords(), window, condition);
     FeatureWriter writer(options.format, fs::path(options.path).stem().string(), table.table.get(),
@@ -145,8 +147,8 @@ void RunDump(const DumpOptions& options) {
     if (table.table && table.layout.Damaged())
         damage += (damage.empty() ? "" : "; ") + table.layout.Damage(table.path);
     if (counts.skipped > 0) {
-        damage += (damage.empty() ? options.path + ": " : "; ") +
-                  Count(counts.skipped, "record") + " left out: no geometry in their bytes";
+        damage += (damage.empty() ? options.path + ": " : "; ") + Count(counts.skipped, "record") +
+                  " left out: no geometry in their bytes";
     }
     if (!damage.empty()) throw Failure(damage);
 }
