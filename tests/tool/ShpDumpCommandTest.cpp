@@ -20,19 +20,18 @@ class ShpDumpCommandTest : public ::testing::Test {
 protected:
     void SetUp() override {
         std::string csv = "NAME,N\n";
-        std::vector<Bytes> records;
         for (int i = 0; i < kSide * kSide; ++i) {
             csv += (i % 3 == 0   ? "alpha"
                     : i % 3 == 1 ? "beta"
                                  : "gamma") +
                    std::to_string(i % 5) + "," + std::to_string(i) + "\n";
-            records.push_back(PointRecord(i % kSide, i / kSide));
+            records_.push_back(PointRecord(i % kSide, i / kSide));
         }
         WriteBytes(dir_ / "c.csv", Bytes(csv.begin(), csv.end()));
         auto made = RunTool("dbf import-csv " + Quote(dir_ / "c.csv") + " " +
                             Quote(dir_ / "p.dbf") + " --schema NAME:C:10,N:N:6");
         ASSERT_EQ(made.exitCode, 0) << made.err;
-        WriteLayer(dir_ / "p.shp", ShpFile::qovaShapePoint, {0, 0, kSide - 1, kSide - 1}, records);
+        WriteLayer(dir_ / "p.shp", ShpFile::qovaShapePoint, {0, 0, kSide - 1, kSide - 1}, records_);
     }
 
     // The N of each feature a dump prints.
@@ -46,6 +45,7 @@ protected:
     }
 
     TempDir dir_;
+    std::vector<Bytes> records_;
     std::string layer_ = Quote(dir_ / "p.shp");
 };
 
@@ -82,6 +82,13 @@ TEST_F(ShpDumpCommandTest, BboxGivesTheFeaturesInTheWindowThroughTheBinIndexAsBy
         if (n < 60) both.push_back(n);
     }
     EXPECT_EQ(Dump(window + "--where N '<' 60"), both);
+
+    // A feature added since the index was built, which the index cannot name,
+    // is found all the same.
+    records_.push_back(PointRecord(4, 4));
+    WriteLayer(dir_ / "p.shp", ShpFile::qovaShapePoint, {0, 0, kSide - 1, kSide - 1}, records_);
+    auto grown = RunTool("shp dump --format geojsonseq " + window + layer_);
+    EXPECT_EQ(JsonLines(grown.out).size(), expected.size() + 1) << grown.err;
 }
 
 TEST(ShpDumpBadRecordTest, ARecordWithBadCountsIsNamedAndLeftOutOfAWholeDocument) {
