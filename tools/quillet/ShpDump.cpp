@@ -75,13 +75,15 @@ struct LayerTable {
     }
 
     // Moves to record n's row: false when the row is marked deleted (the
-    // feature is then left out, as other readers leave it out) or cannot be
-    // read; `hasRow` says whether the table holds one.
+    // feature is then left out, as other readers leave it out); `hasRow` says
+    // whether the table holds one. A row that cannot be read ends the dump.
     bool MoveTo(int32_t n, bool& hasRow) {
         hasRow = table && n < layout.completeRecords;
         if (!hasRow) return true;
         bool deleted = table->IsRecordDeleted(n);
-        return !deleted && table->GetCurrentRecord() == n && table->SeekToCurrent();
+        if (table->GetCurrentRecord() != n || !table->SeekToCurrent())
+            throw Failure(path.string() + ": record " + std::to_string(n + 1) + " cannot be read");
+        return !deleted;
     }
 };
 
