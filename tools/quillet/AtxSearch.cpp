@@ -1,7 +1,5 @@
 #include "AtxSearch.h"
 
-#include <stdlib.h>
-
 #include <algorithm>
 #include <cmath>
 #include <iostream>
@@ -9,6 +7,7 @@
 #include "AtxIndexes.h"
 #include "Common.h"
 #include "DbfTable.h"
+#include "Staging.h"
 #include "attrindex/TableColumn.h"
 #include "foundation/IFIDSet.h"
 
@@ -82,27 +81,6 @@ void OpenIndex(MTreeIndex& index, Column& column, Field& field) {
                       column.name);
     }
 }
-
-// A private folder for an index that only one search uses; it goes, with
-// what it holds, when the search is done.
-class ScratchFolder {
-public:
-    ScratchFolder() {
-        std::string pattern = (fs::temp_directory_path() / "quillet-where-XXXXXX").string();
-        if (!mkdtemp(pattern.data())) throw Failure(pattern + ": cannot make a scratch folder");
-        folder_ = pattern;
-    }
-    ~ScratchFolder() {
-        std::error_code ignored;
-        fs::remove_all(folder_, ignored);
-    }
-    ScratchFolder(const ScratchFolder&) = delete;
-    ScratchFolder& operator=(const ScratchFolder&) = delete;
-    const fs::path& path() const { return folder_; }
-
-private:
-    fs::path folder_;
-};
 
 }  // namespace
 
@@ -181,8 +159,9 @@ std::vector<int32_t> MatchingRecords(const fs::path& table, const std::string& f
         NoteIfStale(column);
         return records;
     }
-    ScratchFolder scratch;
-    column.indexPath = scratch.path() / column.indexPath.filename();
+    // A private folder, which goes with the index when the search is done.
+    Staging scratch(fs::temp_directory_path());
+    column.indexPath = scratch / column.indexPath.filename().string();
     BuildIndex(column.table, column.field, column.tablePath, column.indexPath);
     return SearchColumn(column, predicate, values);
 }
