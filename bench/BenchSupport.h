@@ -14,11 +14,13 @@
 
 namespace quillet::bench {
 
-// Anonymous resident memory (heap and stacks) in KiB, from /proc/self/status.
-// Pages of a mapped file are left out: they belong to the system's cache and
-// come and go with it, so this is what tells whether memory stays flat.
-inline long AnonymousRssKb() {
-    std::FILE* status = std::fopen("/proc/self/status", "r");
+// Anonymous resident memory (heap and stacks) in KiB of this process, or of
+// process `pid` (0 once it has gone), from its /proc status. Pages of a
+// mapped file are left out: they belong to the system's cache and come and go
+// with it, so this is what tells whether memory stays flat.
+inline long AnonymousRssKb(pid_t pid = 0) {
+    std::string path = pid == 0 ? "/proc/self/status" : "/proc/" + std::to_string(pid) + "/status";
+    std::FILE* status = std::fopen(path.c_str(), "r");
     if (!status) return 0;
     char line[256];
     long kb = 0;

@@ -5,6 +5,7 @@ Quillet reads from a table, compared with what a Python module reads."""
 
 import datetime
 import json
+import math
 import os
 import subprocess
 import sys
@@ -115,6 +116,33 @@ def same_value(ours, theirs):
     if isinstance(theirs, datetime.date):
         return ours == theirs.isoformat()
     return False
+
+
+def gdal_geometries(ogr, path):
+    """Each feature's geometry as GDAL reads it, as a GeoJSON object (None
+    for a null shape); a multipatch as the multipolygon GDAL makes of it."""
+    geometries = []
+    source = ogr.Open(path)  # the layer lives as long as its source
+    for feature in source.GetLayer(0):
+        geometry = feature.GetGeometryRef()
+        if geometry is not None and geometry.GetGeometryType() in (
+                ogr.wkbTIN, ogr.wkbTINZ, ogr.wkbTINM, ogr.wkbTINZM):
+            geometry = ogr.ForceToMultiPolygon(geometry)
+        geometries.append(json.loads(geometry.ExportToJson()) if geometry else None)
+    return geometries
+
+
+def same_json(ours, theirs):
+    """Equal, numbers to 15 significant digits (GDAL prints no more)."""
+    if isinstance(ours, float) or isinstance(theirs, float):
+        return (not isinstance(ours, (bool, str, type(None))) and
+                not isinstance(theirs, (bool, str, type(None))) and
+                math.isclose(ours, theirs, rel_tol=1e-14, abs_tol=1e-300))
+    if isinstance(ours, list) and isinstance(theirs, list):
+        return len(ours) == len(theirs) and all(same_json(a, b) for a, b in zip(ours, theirs))
+    if isinstance(ours, dict) and isinstance(theirs, dict):
+        return ours.keys() == theirs.keys() and all(same_json(ours[k], theirs[k]) for k in ours)
+    return ours == theirs
 
 
 class Checker:

@@ -1,5 +1,6 @@
 #include "GeometryText.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 
@@ -111,19 +112,26 @@ void AppendNumber(std::string& out, double value) {
     out.append(text, result.ptr);
 }
 
-void AppendPoint(std::string& out, const ShapeGeometry& g, int32_t p) {
+// Point p's x, y, then z and m when the text holds them, each written by
+// `number`, with `separator` between them.
+void AppendCoordinates(std::string& out, const ShapeGeometry& g, int32_t p, char separator,
+                       bool withM, void (*number)(std::string&, double)) {
     auto i = static_cast<size_t>(p);
-    AppendNumber(out, g.points[i].x);
-    out += ' ';
-    AppendNumber(out, g.points[i].y);
+    number(out, g.points[i].x);
+    out += separator;
+    number(out, g.points[i].y);
     if (g.hasZ) {
-        out += ' ';
-        AppendNumber(out, g.z[i]);
+        out += separator;
+        number(out, g.z[i]);
     }
-    if (g.hasM) {
-        out += ' ';
-        AppendNumber(out, g.m[i]);
+    if (withM) {
+        out += separator;
+        number(out, g.m[i]);
     }
+}
+
+void AppendPoint(std::string& out, const ShapeGeometry& g, int32_t p) {
+    AppendCoordinates(out, g, p, ' ', g.hasM, AppendNumber);
 }
 
 void AppendPath(std::string& out, const ShapeGeometry& g, const Path& path) {
@@ -189,27 +197,73 @@ std::string LinesWkt(const ShapeGeometry& g) {
 
 // ---- GeoJSON ----
 
-Json Position(const ShapeGeometry& g, int32_t p) {
-    auto i = static_cast<size_t>(p);
-    Json position = {g.points[i].x, g.points[i].y};
-    if (g.hasZ) position.push_back(g.z[i]);
-    return position;
+// A number as JSON holds it: the shortest text that reads back the same, a
+// fraction kept one (1.0), and null for what JSON has no number for.
+void AppendJsonNumber(std::string& out, double value) {
+    if (!std::isfinite(value)) {
+        out += "null";
+        return;
+    }
+    char text[32];
+    char* end = std::to_chars(text, text + sizeof text, value).ptr;
+    out.append(text, end);
+    if (std::find_if(text, end, [](char c) { return c == '.' || c == 'e'; }) == end) out += ".0";
 }
 
-Json Positions(const ShapeGeometry& g, const Path& path) {
-    Json positions = Json::array();
-    for (int32_t p : path) positions.push_back(Position(g, p));
-    return positions;
+// GeoJSON has no m.
+void AppendPosition(std::string& out, const ShapeGeometry& g, int32_t p) {
+    out += '[';
+    AppendCoordinates(out, g, p, ',', false, AppendJsonNumber);
+    out += ']';
 }
 
-Json PolygonJson(const ShapeGeometry& g, const Polygon& polygon) {
-    Json rings = Json::array();
-    for (const Path& ring : polygon.rings) rings.push_back(Positions(g, ring));
-    return rings;
+// A JSON array of the items, each appended by `append`.
+template <typename Items, typename Append>
+void AppendArray(std::string& out, const Items& items, Append append) {
+    out += '[';
+    bool first = true;
+    for (const auto& item : items) {
+        if (!first) out += ',';
+        first = false;
+        append(item);
+    }
+    out += ']';
 }
 
-Json Geometry(const char* type, Json coordinates) {
-    return Json{{"type", type}, {"coordinates", std::move(coordinates)}};
+void AppendPositions(std::string& out, const ShapeGeometry& g, const Path& path) {
+    AppendArray(out, path, [&](int32_t p) { AppendPosition(out, g, p); });
+}
+
+void AppendRings(std::string& out, const ShapeGeometry& g, const Polygon& polygon) {
+    AppendArray(out, polygon.rings, [&](const Path& ring) { AppendPositions(out, g, ring); });
+}
+
+void AppendType(std::string& out, const char* type) {
+    out += "{\"type\":\"";
+    out += type;
+    out += "\",\"coordinates\":";
+}
+
+void AppendLines(std::string& out, const ShapeGeometry& g) {
+    std::vector<Path> parts = PartsOf(g);
+    if (parts.size() == 1) {
+        AppendType(out, "LineString");
+        AppendPositions(out, g, parts[0]);
+        return;
+    }
+    AppendType(out, "MultiLineString");
+    AppendArray(out, parts, [&](const Path& part) { AppendPositions(out, g, part); });
+}
+
+void AppendPolygons(std::string& out, const ShapeGeometry& g) {
+    std::vector<Polygon> polygons = Polygons(g);
+    if (OnePolygon(g, polygons)) {
+        AppendType(out, "Polygon");
+        AppendRings(out, g, polygons[0]);
+        return;
+    }
+    AppendType(out, "MultiPolygon");
+    AppendArray(out, polygons, [&](const Polygon& polygon) { AppendRings(out, g, polygon); });
 }
 
 }  // namespace
@@ -240,33 +294,26 @@ std::string ToWkt(const ShapeGeometry& g) {
     return "";
 }
 
-Json ToGeoJson(const ShapeGeometry& g) {
+void AppendGeoJson(std::string& out, const ShapeGeometry& g) {
     switch (g.kind()) {
         case Kind::kNull:
-        case Kind::kUnknown: return nullptr;
-        case Kind::kPoint: return Geometry("Point", Position(g, 0));
+        case Kind::kUnknown: out += "null"; return;
+        case Kind::kPoint:
+            AppendType(out, "Point");
+            AppendPosition(out, g, 0);
+            break;
         case Kind::kMultiPoint: {
             Path all;
             for (size_t i = 0; i < g.points.size(); ++i) all.push_back(static_cast<int32_t>(i));
-            return Geometry("MultiPoint", Positions(g, all));
+            AppendType(out, "MultiPoint");
+            AppendPositions(out, g, all);
+            break;
         }
-        case Kind::kPolyline: {
-            std::vector<Path> parts = PartsOf(g);
-            if (parts.size() == 1) return Geometry("LineString", Positions(g, parts[0]));
-            Json lines = Json::array();
-            for (const Path& part : parts) lines.push_back(Positions(g, part));
-            return Geometry("MultiLineString", lines);
-        }
+        case Kind::kPolyline: AppendLines(out, g); break;
         case Kind::kPolygon:
-        case Kind::kMultiPatch: {
-            std::vector<Polygon> polygons = Polygons(g);
-            if (OnePolygon(g, polygons)) return Geometry("Polygon", PolygonJson(g, polygons[0]));
-            Json all = Json::array();
-            for (const Polygon& polygon : polygons) all.push_back(PolygonJson(g, polygon));
-            return Geometry("MultiPolygon", all);
-        }
+        case Kind::kMultiPatch: AppendPolygons(out, g); break;
     }
-    return nullptr;
+    out += '}';
 }
 
 }  // namespace quillet::tool

@@ -9,13 +9,14 @@
 
 #include <string>
 
-#include "Registry.h"
 #include "shape/ShapeGeometry.h"
 
 namespace quillet::tool {
 
 std::string ToWkt(const ShapeGeometry& geometry);
-// Null for a null shape.
-Json ToGeoJson(const ShapeGeometry& geometry);
+// Appends the GeoJSON text of the geometry, compact; null for a null shape.
+// Written as text, not built as a JSON value, since a layer's dump writes
+// one a feature.
+void AppendGeoJson(std::string& out, const ShapeGeometry& geometry);
 
 }  // namespace quillet::tool

@@ -4,9 +4,9 @@
 
 #include <algorithm>
 #include <iostream>
-#include <sstream>
 
 #include "Common.h"
+#include "LayerSelection.h"
 #include "ShapeLayer.h"
 #include "foundation/IEnvelope.h"
 #include "recordfile/VFile.h"
@@ -89,20 +89,6 @@ std::unique_ptr<BinIndex> OpenIndex(const std::filesystem::path& shp) {
     auto index = std::make_unique<BinIndex>(WidePath(path).c_str());
     if (!index->IsOpen()) throw Failure(path.string() + ": not a readable bin index");
     return index;
-}
-
-WKSEnvelope ParseBox(const std::string& text) {
-    std::istringstream in(text);
-    double v[4];
-    char comma = ',';
-    for (int i = 0; i < 4; ++i) {
-        if ((i > 0 && !(in >> comma)) || comma != ',' || !(in >> v[i])) {
-            throw UsageError("--bbox: expected XMIN,YMIN,XMAX,YMAX, got '" + text + "'");
-        }
-    }
-    in >> std::ws;
-    if (!in.eof()) throw UsageError("--bbox: expected XMIN,YMIN,XMAX,YMAX, got '" + text + "'");
-    return WKSEnvelope{v[0], v[1], v[2], v[3]};
 }
 
 RecNumSet Query(BinIndex& index, const WKSEnvelope& box) {

@@ -48,7 +48,9 @@ struct ShapeFileNames {
 };
 ShapeFileNames NamesOfLayer(const std::filesystem::path& shp);
 
-// `shp copy`, which has a file of its own; the shp group adds it.
+// `shp copy` and `shp dump`, which have files of their own; the shp group
+// adds them.
 void InstallShpCopy(CLI::App& shp);
+void InstallShpDump(CLI::App& shp);
 
 }  // namespace quillet::tool

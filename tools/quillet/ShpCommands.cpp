@@ -102,7 +102,13 @@ bool PrintGeometry(const unsigned char* bytes, int32_t length, const std::string
                    std::string& problem) {
     ShapeGeometry geometry;
     if (!geometry.Decode({bytes, static_cast<size_t>(length)}, problem)) return false;
-    std::cout << (format == "wkt" ? ToWkt(geometry) : ToGeoJson(geometry).dump()) << '\n';
+    std::string text;
+    if (format == "wkt") {
+        text = ToWkt(geometry);
+    } else {
+        AppendGeoJson(text, geometry);
+    }
+    std::cout << text << '\n';
     return true;
 }
 
@@ -343,6 +349,7 @@ void Install(CLI::App& app) {
     records->callback([recordsFile, format, limit] { RunRecords(*recordsFile, *format, *limit); });
 
     InstallShpCopy(*group);
+    InstallShpDump(*group);
 
     auto* pack = group->add_subcommand("pack", "Compact away deleted records");
     auto packFile = std::make_shared<std::string>();
