@@ -250,12 +250,23 @@ HRESULT MTreeIndex::SearchLike(const VARIANT* value, IFIDSet* result) {
     if (value->vt != VT_BSTR || key_[2] != kKindText) return E_FAIL;
     std::wstring pattern = value->bstrVal ? value->bstrVal : L"";
     if (pattern.empty() || pattern[0] == L'%' || pattern[0] == L'_') return E_FAIL;
-    std::string prefix = ToMultiByte(LikePrefix(pattern).c_str());
+    std::wstring literal = LikePrefix(pattern);
+    std::string prefix = ToMultiByte(literal.c_str());
     ScanKey start;
     start.text = prefix.substr(0, static_cast<size_t>(key_[1]));
+    // The prefix and one "%" match every key that starts with the prefix's
+    // bytes, when those read back as the prefix and no trimmed trailing space
+    // can cut into it: the keys then need no conversion.
+    bool everyKey = pattern == literal + L"%" && !literal.empty() && literal.back() != L' ' &&
+                    start.text.size() == prefix.size() &&
+                    FromMultiByte(prefix.c_str(), prefix.size()) == literal;
     Scan scan(handle_, key_);
     if (!scan.Seek(start, true)) return S_OK;
     while (scan.Next() && std::strncmp(scan.Text(), start.text.c_str(), start.text.size()) == 0) {
+        if (everyKey) {
+            result->Add(scan.Id());
+            continue;
+        }
         std::wstring key = FromMultiByte(scan.Text(), std::strlen(scan.Text()));
         key.erase(key.find_last_not_of(L' ') + 1);
         if (SqlParse::PatternMatch(key.c_str(), pattern.c_str())) result->Add(scan.Id());
