@@ -1,0 +1,186 @@
+#include "ColumnReader.h"
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#include "CellValue.h"
+#include "DateField.h"
+#include "Errors.h"
+
+namespace py = pybind11;
+
+namespace quillet::python {
+
+namespace {
+
+constexpr int32_t kChunkRecords = 65536;
+constexpr int64_t kNotATime = std::numeric_limits<int64_t>::min();
+constexpr uint8_t kUnknown = 2;
+
+enum class ColumnKind { kNumber, kDate, kLogical, kText };
+
+ColumnKind KindOf(char type) {
+    switch (type) {
+        case DBase::qovaNumeric:
+        case DBase::qovaFloat: return ColumnKind::kNumber;
+        case DBase::qovaDate: return ColumnKind::kDate;
+        case DBase::qovaLogical: return ColumnKind::kLogical;
+        default: return ColumnKind::kText;
+    }
+}
+
+}  // namespace
+
+struct ColumnReader::Column {
+    int field;
+    std::string name;
+    ColumnKind kind;
+    bool wholeNumbers;  // an integer field, while every value read is whole
+    bool anyUnknown = false;
+    py::array values;  // float64, int64 (dates), uint8 (logicals) or object
+    void* data = nullptr;  // its buffer, which the file work fills without the interpreter
+    // The text values of the chunk being read: their characters end to end,
+    // and where each ends (-1 for a blank).
+    std::vector<wchar_t> chars;
+    std::vector<int64_t> ends;
+};
+
+ColumnReader::ColumnReader(const std::filesystem::path& path, const std::vector<std::string>& names)
+    : path_(path), table_(String::FromUtf8(path.string())) {
+    bool opened;
+    {
+        py::gil_scoped_release release;
+        opened = table_.Open(true, true, CodePage::qovaCodePageDefault);
+    }
+    if (!opened) Raise(path, table_.GetLastStatus(), "cannot open the table");
+    std::vector<int> fields;
+    for (const auto& name : names) {
+        int field = table_.GetFieldNumber(String::FromUtf8(name));
+        if (field < 0) throw py::key_error("no field named " + name + " in " + path.string());
+        fields.push_back(field);
+    }
+    if (names.empty()) {
+        for (int i = 0; i < table_.GetNumFields(); ++i) fields.push_back(i);
+    }
+    auto count = static_cast<py::ssize_t>(table_.GetNumRecords());
+    py::object full = py::module_::import("numpy").attr("full");
+    for (int field : fields) {
+        auto column = std::make_unique<Column>();
+        column->field = field;
+        column->name = table_.GetFieldName(field).ToUtf8();
+        column->kind = KindOf(table_.GetFieldType(field));
+        column->wholeNumbers = table_.GetFieldDecimals(field) == 0;
+        switch (column->kind) {
+            case ColumnKind::kNumber: column->values = py::array_t<double>(count); break;
+            case ColumnKind::kDate: column->values = py::array_t<int64_t>(count); break;
+            case ColumnKind::kLogical: column->values = py::array_t<uint8_t>(count); break;
+            case ColumnKind::kText:
+                column->values = full(count, py::none(), py::arg("dtype") = "object");
+        }
+        column->data = column->values.mutable_data();
+        columns_.push_back(std::move(column));
+    }
+}
+
+ColumnReader::~ColumnReader() = default;
+
+void ColumnReader::ReadValue(Column& column) {
+    const char* raw = table_.GetFieldPointer(column.field);
+    bool blank = IsBlank(raw);
+    switch (column.kind) {
+        case ColumnKind::kNumber: {
+            double value = blank || IsNoNumber(raw) ? std::nan("") : table_.GetFieldDouble(column.field);
+            if (!std::isfinite(value)) value = std::nan("");
+            column.wholeNumbers = column.wholeNumbers && value == std::trunc(value) &&
+                                  std::fabs(value) < 9007199254740992.0;
+            static_cast<double*>(column.data)[live_] = value;
+            return;
+        }
+        case ColumnKind::kDate: {
+            auto date = blank ? std::nullopt : ReadDate(table_, column.field);
+            static_cast<int64_t*>(column.data)[live_] =
+                date ? DaysSinceEpoch(*date) : kNotATime;
+            return;
+        }
+        case ColumnKind::kLogical: {
+            uint8_t value = blank || raw[0] == '?' ? kUnknown : table_.GetFieldLogical(column.field);
+            column.anyUnknown = column.anyUnknown || value == kUnknown;
+            static_cast<uint8_t*>(column.data)[live_] = value;
+            return;
+        }
+        case ColumnKind::kText:
+            if (!blank) {
+                String text = table_.GetFieldString(column.field);
+                column.chars.insert(column.chars.end(), text.c_str(), text.c_str() + text.GetLength());
+            }
+            column.ends.push_back(blank ? -1 : static_cast<int64_t>(column.chars.size()));
+    }
+}
+
+void ColumnReader::ReadChunk(int32_t first, int32_t end) {
+    for (int32_t n = first; n < end; ++n) {
+        if (!IsLiveRecord(table_, n, path_)) continue;
+        for (auto& column : columns_) ReadValue(*column);
+        ++live_;
+    }
+}
+
+// With the interpreter: the chunk's text values into the object array, which
+// starts out all None.
+void ColumnReader::MakeTexts(Column& column) {
+    auto** cells = static_cast<PyObject**>(column.data);
+    int64_t row = live_ - static_cast<int64_t>(column.ends.size());
+    int64_t start = 0;
+    for (int64_t end : column.ends) {
+        if (end >= 0) {
+            PyObject* text = PyUnicode_FromKindAndData(PyUnicode_4BYTE_KIND,
+                                                       column.chars.data() + start, end - start);
+            if (!text) throw py::error_already_set();
+            Py_DECREF(cells[row]);
+            cells[row] = text;
+            start = end;
+        }
+        ++row;
+    }
+    column.chars.clear();
+    column.ends.clear();
+}
+
+py::object ColumnReader::Finish(Column& column) {
+    py::object values = column.values;
+    if (live_ < column.values.shape(0)) {
+        values = values[py::slice(0, live_, 1)].attr("copy")();
+    }
+    switch (column.kind) {
+        case ColumnKind::kNumber:
+            return column.wholeNumbers ? values.attr("astype")("int64") : values;
+        case ColumnKind::kDate: return values.attr("view")("datetime64[D]");
+        case ColumnKind::kLogical: {
+            if (!column.anyUnknown) return values.attr("astype")("bool");
+            py::object choices = py::module_::import("numpy").attr("array")(
+                py::make_tuple(false, true, py::none()), py::arg("dtype") = "object");
+            return choices.attr("take")(values);
+        }
+        default: return values;
+    }
+}
+
+py::dict ColumnReader::ReadAll() {
+    int32_t count = table_.GetNumRecords();
+    for (int32_t first = 0; first < count; first += kChunkRecords) {
+        int32_t end = count - first > kChunkRecords ? first + kChunkRecords : count;
+        {
+            py::gil_scoped_release release;
+            ReadChunk(first, end);
+        }
+        for (auto& column : columns_) {
+            if (column->kind == ColumnKind::kText) MakeTexts(*column);
+        }
+    }
+    py::dict out;
+    for (auto& column : columns_) out[py::str(column->name)] = Finish(*column);
+    return out;
+}
+
+}  // namespace quillet::python
