@@ -20,6 +20,42 @@ constexpr uint8_t kUnknown = 2;
 
 enum class ColumnKind { kNumber, kDate, kLogical, kText };
 
+// Where a text value of a chunk ends, in `ascii` or in `chars`.
+struct TextCell {
+    enum class Kind : uint8_t { kBlank, kAscii, kWide } kind;
+    size_t end;
+};
+
+// Whether the code page reads the bytes below 0x80 as those code points, so
+// that ASCII text can skip its conversion (7-bit Arabic, for one, does not).
+bool KeepsAscii(const CodePage& tablePage) {
+    CodePage page(tablePage.GetCodePageId());
+    char bytes[128];
+    for (int i = 1; i < 128; ++i) bytes[i - 1] = static_cast<char>(i);
+    bytes[127] = '\0';
+    wchar_t wide[128] = {};
+    page.Source2Native(bytes, wide, 128);
+    for (int i = 1; i < 128; ++i) {
+        if (wide[i - 1] != static_cast<wchar_t>(i)) return false;
+    }
+    return true;
+}
+
+// The length of a text field's value as the library reads it: up to a zero
+// byte, without trailing spaces.
+size_t TextLength(const char* raw, int width) {
+    size_t length = strnlen(raw, static_cast<size_t>(width));
+    while (length > 1 && raw[length - 1] == ' ') --length;
+    return length;
+}
+
+bool IsAscii(const char* text, size_t length) {
+    for (size_t i = 0; i < length; ++i) {
+        if (static_cast<unsigned char>(text[i]) >= 0x80) return false;
+    }
+    return true;
+}
+
 ColumnKind KindOf(char type) {
     switch (type) {
         case DBase::qovaNumeric:
@@ -40,10 +76,11 @@ struct ColumnReader::Column {
     bool anyUnknown = false;
     py::array values;  // float64, int64 (dates), uint8 (logicals) or object
     void* data = nullptr;  // its buffer, which the file work fills without the interpreter
-    // The text values of the chunk being read: their characters end to end,
-    // and where each ends (-1 for a blank).
+    // The text values of the chunk being read, end to end: ASCII ones as
+    // their bytes, others as the code page's characters.
+    std::vector<char> ascii;
     std::vector<wchar_t> chars;
-    std::vector<int64_t> ends;
+    std::vector<TextCell> cells;
 };
 
 ColumnReader::ColumnReader(const std::filesystem::path& path, const std::vector<std::string>& names)
@@ -54,6 +91,7 @@ ColumnReader::ColumnReader(const std::filesystem::path& path, const std::vector<
         opened = table_.Open(true, true, CodePage::qovaCodePageDefault);
     }
     if (!opened) Raise(path, table_.GetLastStatus(), "cannot open the table");
+    keepsAscii_ = KeepsAscii(table_.GetCodePage());
     std::vector<int> fields;
     for (const auto& name : names) {
         int field = table_.GetFieldNumber(String::FromUtf8(name));
@@ -109,13 +147,24 @@ void ColumnReader::ReadValue(Column& column) {
             static_cast<uint8_t*>(column.data)[live_] = value;
             return;
         }
-        case ColumnKind::kText:
-            if (!blank) {
-                String text = table_.GetFieldString(column.field);
-                column.chars.insert(column.chars.end(), text.c_str(), text.c_str() + text.GetLength());
-            }
-            column.ends.push_back(blank ? -1 : static_cast<int64_t>(column.chars.size()));
+        case ColumnKind::kText: ReadText(column, raw, blank);
     }
+}
+
+void ColumnReader::ReadText(Column& column, const char* raw, bool blank) {
+    if (blank) {
+        column.cells.push_back({TextCell::Kind::kBlank, 0});
+        return;
+    }
+    size_t length = TextLength(raw, table_.GetFieldWidth(column.field));
+    if (keepsAscii_ && IsAscii(raw, length)) {
+        column.ascii.insert(column.ascii.end(), raw, raw + length);
+        column.cells.push_back({TextCell::Kind::kAscii, column.ascii.size()});
+        return;
+    }
+    String text = table_.GetFieldString(column.field);
+    column.chars.insert(column.chars.end(), text.c_str(), text.c_str() + text.GetLength());
+    column.cells.push_back({TextCell::Kind::kWide, column.chars.size()});
 }
 
 void ColumnReader::ReadChunk(int32_t first, int32_t end) {
@@ -129,22 +178,31 @@ void ColumnReader::ReadChunk(int32_t first, int32_t end) {
 // With the interpreter: the chunk's text values into the object array, which
 // starts out all None.
 void ColumnReader::MakeTexts(Column& column) {
-    auto** cells = static_cast<PyObject**>(column.data);
-    int64_t row = live_ - static_cast<int64_t>(column.ends.size());
-    int64_t start = 0;
-    for (int64_t end : column.ends) {
-        if (end >= 0) {
-            PyObject* text = PyUnicode_FromKindAndData(PyUnicode_4BYTE_KIND,
-                                                       column.chars.data() + start, end - start);
+    auto** rows = static_cast<PyObject**>(column.data);
+    int64_t row = live_ - static_cast<int64_t>(column.cells.size());
+    size_t asciiStart = 0, wideStart = 0;
+    for (const TextCell& cell : column.cells) {
+        PyObject* text = nullptr;
+        if (cell.kind == TextCell::Kind::kAscii) {
+            auto length = static_cast<Py_ssize_t>(cell.end - asciiStart);
+            text = PyUnicode_New(length, 127);
+            if (text) std::memcpy(PyUnicode_1BYTE_DATA(text), &column.ascii[asciiStart], size_t(length));
+            asciiStart = cell.end;
+        } else if (cell.kind == TextCell::Kind::kWide) {
+            text = PyUnicode_FromKindAndData(PyUnicode_4BYTE_KIND, &column.chars[wideStart],
+                                             static_cast<Py_ssize_t>(cell.end - wideStart));
+            wideStart = cell.end;
+        }
+        if (cell.kind != TextCell::Kind::kBlank) {
             if (!text) throw py::error_already_set();
-            Py_DECREF(cells[row]);
-            cells[row] = text;
-            start = end;
+            Py_DECREF(rows[row]);
+            rows[row] = text;
         }
         ++row;
     }
+    column.ascii.clear();
     column.chars.clear();
-    column.ends.clear();
+    column.cells.clear();
 }
 
 py::object ColumnReader::Finish(Column& column) {

@@ -36,6 +36,7 @@ private:
 
     void ReadChunk(int32_t first, int32_t end);
     void ReadValue(Column& column);
+    void ReadText(Column& column, const char* raw, bool blank);
     void MakeTexts(Column& column);
     pybind11::object Finish(Column& column);
 
@@ -43,6 +44,7 @@ private:
     DBase table_;
     std::vector<std::unique_ptr<Column>> columns_;
     int64_t live_ = 0;  // records read so far
+    bool keepsAscii_ = false;
 };
 
 }  // namespace quillet::python
