@@ -12,16 +12,26 @@ OSError whose `status` is the library's status code and whose `path` is the
 file it was working on.
 """
 
+from __future__ import annotations
+
+import os
+from typing import TYPE_CHECKING, Any, Iterator, Sequence
+
 from ._quillet import (BinIndex, Error, ShapeFile, Table, build_bin_index, code_page_info,
                        decode, decode_shape, encode, read_columns)
 from .geometry import SHAPE_TYPE_NAMES, to_geojson
+
+if TYPE_CHECKING:
+    import numpy
+    import pandas
 
 __all__ = ["BinIndex", "Error", "ShapeFile", "Table", "build_bin_index", "code_page_info",
            "decode", "decode_shape", "encode", "geometry", "read_table", "shapes",
            "SHAPE_TYPE_NAMES", "to_geojson"]
 
 
-def read_table(path, columns=None, as_pandas=False):
+def read_table(path: os.PathLike | str, columns: Sequence[str] | None = None,
+               as_pandas: bool = False) -> dict[str, numpy.ndarray] | pandas.DataFrame:
     """The live records of a table as a dict of numpy arrays by field name:
     numbers as float64 (int64 for a field without decimals whose values are all
     whole; NaN where blank), dates as datetime64[D] (NaT where there is none),
@@ -35,14 +45,14 @@ def read_table(path, columns=None, as_pandas=False):
     return pandas.DataFrame(arrays, copy=False)
 
 
-def geometry(shape_file, n):
+def geometry(shape_file: ShapeFile, n: int) -> dict[str, Any] | None:
     """Record n of an open ShapeFile as a GeoJSON-like geometry dict, None for
     a null shape or a deleted record."""
     data = shape_file.record_bytes(n)
     return None if data is None else to_geojson(decode_shape(data))
 
 
-def shapes(shape_file):
+def shapes(shape_file: ShapeFile) -> Iterator[tuple[int, dict[str, Any] | None]]:
     """(record number, GeoJSON-like geometry) of each live record, in order."""
     for n in range(len(shape_file)):
         data = shape_file.record_bytes(n)

@@ -6,6 +6,8 @@ each counterclockwise ring a hole of the smallest outer ring that holds its
 first point; a multipatch is the polygons of its rings and the triangles of
 its strips and fans, always a MultiPolygon. A null shape is None."""
 
+from typing import Optional
+
 SHAPE_TYPE_NAMES = {
     0: "Null", 1: "Point", 3: "Polyline", 5: "Polygon", 8: "Multipoint",
     11: "PointZ", 13: "PolylineZ", 15: "PolygonZ", 18: "MultipointZ",
@@ -76,7 +78,7 @@ def _polygons(polygons, multi=False):
     return {"type": "MultiPolygon", "coordinates": polygons}
 
 
-def to_geojson(shape):
+def to_geojson(shape: dict) -> Optional[dict]:
     """The geometry of a decoded shape record; None for a null shape."""
     kind = shape["type"] % 10 if shape["type"] != 31 else 31
     coords = _coordinates(shape)

@@ -66,12 +66,12 @@ class ShapeSampleTest(TempDirTest):
                 got = []
                 for n in range(len(layer)):
                     data = layer.record_bytes(n)
+                    if data is None:
+                        continue  # deleted
                     try:
                         got.append(quillet.to_geojson(quillet.decode_shape(data)))
                     except ValueError:
                         continue  # the tool reports it after the others
-                    except TypeError:
-                        continue  # deleted
                 self.assertEqual(json.loads(json.dumps(got)), expected)
 
     def test_bin_index_finds_every_record_whose_box_meets_the_query(self):

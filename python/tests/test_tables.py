@@ -5,6 +5,7 @@ failures as quillet.Error with status and path."""
 import datetime
 import math
 import os
+import threading
 import unittest
 import warnings
 
@@ -84,6 +85,21 @@ class TableTest(TempDirTest):
                 table.append(["abcdef"])
             self.assertEqual(len(caught), 1)
             self.assertEqual(table[0]["S"], "abc")
+
+    def test_threads_sharing_a_table_each_read_every_record(self):
+        path = self.make(ROWS * 200)
+        with quillet.Table(path) as table:
+            results = [None] * 4
+            def read(slot):
+                results[slot] = list(table.records(as_tuples=True))
+            threads = [threading.Thread(target=read, args=(i,)) for i in range(4)]
+            for thread in threads:
+                thread.start()
+            for thread in threads:
+                thread.join()
+            expected = list(table.records(as_tuples=True))
+        self.assertEqual(len(expected), 600)
+        self.assertEqual(results, [expected] * 4)
 
     def test_read_table_matches_the_records(self):
         path = self.make()
