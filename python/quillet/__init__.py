@@ -1,5 +1,5 @@
 """Direct access to file-based geographic data stores: dBASE tables, shape
-files, spatial bin indexes and the code pages of table text.
+files, spatial bin indexes, record files and the code pages of table text.
 
     import quillet
     with quillet.Table("roads.dbf") as table:
@@ -17,15 +17,15 @@ from __future__ import annotations
 import os
 from typing import TYPE_CHECKING, Any, Iterator, Sequence
 
-from ._quillet import (BinIndex, Error, ShapeFile, Table, build_bin_index, code_page_info,
-                       decode, decode_shape, encode, read_columns)
+from ._quillet import (BinIndex, Error, RecordFile, ShapeFile, Table, build_bin_index,
+                       code_page_info, decode, decode_shape, encode, read_columns)
 from .geometry import SHAPE_TYPE_NAMES, to_geojson
 
 if TYPE_CHECKING:
     import numpy
     import pandas
 
-__all__ = ["BinIndex", "Error", "ShapeFile", "Table", "build_bin_index", "code_page_info",
+__all__ = ["BinIndex", "Error", "RecordFile", "ShapeFile", "Table", "build_bin_index", "code_page_info",
            "decode", "decode_shape", "encode", "geometry", "read_table", "shapes",
            "SHAPE_TYPE_NAMES", "to_geojson"]
 

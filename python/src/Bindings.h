@@ -13,5 +13,6 @@ void BindTables(pybind11::module_& module);
 void BindColumns(pybind11::module_& module);
 void BindShapes(pybind11::module_& module);
 void BindBinIndexes(pybind11::module_& module);
+void BindRecordFiles(pybind11::module_& module);
 
 }  // namespace quillet::python

@@ -9,4 +9,5 @@ PYBIND11_MODULE(_quillet, module) {
     BindColumns(module);
     BindShapes(module);
     BindBinIndexes(module);
+    BindRecordFiles(module);
 }

@@ -10,6 +10,7 @@
 
 #include "Bindings.h"
 #include "Errors.h"
+#include "Released.h"
 #include "shape/ShapeGeometry.h"
 #include "foundation/Win32Error.h"
 #include "shape/ShpFile.h"
@@ -40,22 +41,18 @@ public:
     // Record n's bytes; None when it is deleted.
     py::object Bytes(int32_t n) {
         if (n < 0 || n >= Count()) throw py::index_error("record " + std::to_string(n));
-        std::string bytes;
-        bool deleted;
-        {
-            py::gil_scoped_release release;
-            std::lock_guard<std::mutex> lock(mutex_);
+        std::optional<std::string> bytes = Released(mutex_, [&]() -> std::optional<std::string> {
             int32_t length = 0;
             const unsigned char* record = file_.ReadRecord(n, length);
-            deleted = !record && file_.IsRecordDeleted(n);
-            if (!record && !deleted) {
+            if (record) return std::string(reinterpret_cast<const char*>(record), size_t(length));
+            if (!file_.IsRecordDeleted(n)) {
                 Raise(path_, static_cast<int32_t>(GetLastError()),
                       "record " + std::to_string(n) + " cannot be read");
             }
-            if (record) bytes.assign(reinterpret_cast<const char*>(record), size_t(length));
-        }
-        if (deleted) return py::none();
-        return py::bytes(bytes);
+            return std::nullopt;
+        });
+        if (!bytes) return py::none();
+        return py::bytes(*bytes);
     }
 
 private:

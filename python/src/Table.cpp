@@ -63,9 +63,9 @@ void Table::ReadFields() {
 }
 
 void Table::Close() {
-    py::gil_scoped_release release;
-    std::lock_guard<std::mutex> lock(mutex_);
-    if (table_->IsOpen() && !table_->Close()) Fail("writing back the table failed");
+    Released(mutex_, [&] {
+        if (table_->IsOpen() && !table_->Close()) Fail("writing back the table failed");
+    });
 }
 
 DBase& Table::Open() {

@@ -1,10 +1,8 @@
 #pragma once
 
 // Table: a dBASE table opened from Python. It owns its DBase and the lock
-// that keeps one thread at a time in it. File work runs with the interpreter
-// released and the lock held; the lock is never held while waiting for the
-// interpreter, so two threads that share a table cannot block each other for
-// good. Records count from 0, as Python's sequences do.
+// that keeps one thread at a time in it; file work runs as Released.h says.
+// Records count from 0, as Python's sequences do.
 
 #include <filesystem>
 #include <memory>
@@ -15,6 +13,7 @@
 #include <pybind11/pybind11.h>
 
 #include "CellValue.h"
+#include "Released.h"
 #include "dbase/DBase.h"
 
 namespace quillet::python {
@@ -59,13 +58,10 @@ public:
     void DropField(const std::string& name);
     void Pack();
 
-    // Runs `work` on the open table with the interpreter released and the
-    // lock held.
+    // Runs `work` on the open table as Released.h says.
     template <typename Work>
     auto Locked(Work work) {
-        pybind11::gil_scoped_release release;
-        std::lock_guard<std::mutex> lock(mutex_);
-        return work(Open());
+        return Released(mutex_, [&] { return work(Open()); });
     }
 
 private:
