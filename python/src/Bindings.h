@@ -14,5 +14,6 @@ void BindColumns(pybind11::module_& module);
 void BindShapes(pybind11::module_& module);
 void BindBinIndexes(pybind11::module_& module);
 void BindRecordFiles(pybind11::module_& module);
+void BindColumnIndexes(pybind11::module_& module);
 
 }  // namespace quillet::python

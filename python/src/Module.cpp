@@ -10,4 +10,5 @@ PYBIND11_MODULE(_quillet, module) {
     BindShapes(module);
     BindBinIndexes(module);
     BindRecordFiles(module);
+    BindColumnIndexes(module);
 }
