@@ -75,6 +75,10 @@ DBase& Table::Open() {
 
 void Table::Fail(const std::string& what) { Raise(path_, table_->GetLastStatus(), what); }
 
+std::vector<FieldInfo> Table::Fields() {
+    return Released(mutex_, [&] { return fields_; });
+}
+
 int32_t Table::Count() {
     return Locked([](DBase& table) { return table.GetNumRecords(); });
 }
@@ -89,12 +93,6 @@ py::dict Table::CodePageInfo() {
     out["code_page_name"] = facts.name;
     out["ldid"] = ldid;
     return out;
-}
-
-int Table::FieldNumber(const std::string& name) const {
-    int field = table_->GetFieldNumber(String::FromUtf8(name));
-    if (field < 0) throw py::key_error("no field named " + name);
-    return field;
 }
 
 }  // namespace quillet::python

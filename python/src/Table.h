@@ -25,6 +25,9 @@ struct FieldInfo {
     int decimals;
 };
 
+// A value to write to a field (TableWrite.cpp).
+struct Assignment;
+
 class Table {
 public:
     Table(const std::filesystem::path& path, bool writable);
@@ -39,7 +42,8 @@ public:
     bool writable() const { return writable_; }
 
     int32_t Count();
-    const std::vector<FieldInfo>& Fields() const { return fields_; }
+    // A copy, as another thread may change the fields meanwhile.
+    std::vector<FieldInfo> Fields();
     pybind11::dict CodePageInfo();
 
     // Record n into `cells`; false, with `cells` untouched, when it is marked
@@ -72,8 +76,7 @@ private:
     // rewrites; runs without the interpreter.
     void Reopen();
     void ReadFields();
-    int FieldNumber(const std::string& name) const;
-    void WriteValues(const pybind11::handle& values);
+    std::vector<std::string> WriteValues(DBase& table, const std::vector<Assignment>& values);
 
     std::filesystem::path path_;
     bool writable_;

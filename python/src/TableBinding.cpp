@@ -10,7 +10,7 @@ namespace quillet::python {
 
 namespace {
 
-std::vector<py::str> FieldKeys(const Table& table) {
+std::vector<py::str> FieldKeys(Table& table) {
     std::vector<py::str> keys;
     for (const auto& field : table.Fields()) keys.emplace_back(field.name);
     return keys;
@@ -84,7 +84,7 @@ std::shared_ptr<Table> Create(const std::filesystem::path& path,
     return Table::Create(path, infos, CodePageKind(codePage));
 }
 
-std::vector<std::tuple<std::string, std::string, int, int>> FieldTuples(const Table& table) {
+std::vector<std::tuple<std::string, std::string, int, int>> FieldTuples(Table& table) {
     std::vector<std::tuple<std::string, std::string, int, int>> out;
     for (const auto& f : table.Fields()) out.emplace_back(f.name, std::string(1, f.type), f.width, f.decimals);
     return out;
@@ -109,7 +109,7 @@ void BindTables(py::module_& module) {
                     "Makes a new table of fields (name, type, width, decimals), opened for writing.")
         .def_property_readonly("path", [](const Table& t) { return t.path(); })
         .def_property_readonly("fields", &FieldTuples)
-        .def_property_readonly("field_names", [](const Table& t) {
+        .def_property_readonly("field_names", [](Table& t) {
             std::vector<std::string> names;
             for (const auto& f : t.Fields()) names.push_back(f.name);
             return names;

@@ -5,6 +5,7 @@ failures as quillet.Error with status and path."""
 import datetime
 import math
 import os
+import struct
 import threading
 import unittest
 import warnings
@@ -100,6 +101,17 @@ class TableTest(TempDirTest):
             expected = list(table.records(as_tuples=True))
         self.assertEqual(len(expected), 600)
         self.assertEqual(results, [expected] * 4)
+
+    def test_read_table_and_iteration_skip_what_another_program_marked_deleted(self):
+        path = self.make()
+        with open(path, "r+b") as f:
+            header_length, record_length = struct.unpack("<HH", f.read(12)[8:12])
+            f.seek(header_length + record_length)
+            f.write(b"*")
+        with quillet.Table(path) as table:
+            self.assertEqual([r["COUNT"] for r in table], [42, None])
+        self.assertEqual(quillet.read_table(path)["COUNT"].tolist()[0], 42)
+        self.assertEqual(len(quillet.read_table(path)["COUNT"]), 2)
 
     def test_read_table_matches_the_records(self):
         path = self.make()
