@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <string_view>
 
 #include "CellValue.h"
 #include "DateField.h"
@@ -49,6 +50,42 @@ size_t TextLength(const char* raw, int width) {
     return length;
 }
 
+// The strings of a column's first ASCII values, by a hash of their bytes:
+// equal values, which columns of names and codes repeat a lot, share one
+// string object instead of each making its own. A slot, once filled, keeps
+// its string, and the hash is compared before the string's bytes, so that a
+// column of values all different pays no more than the hash.
+class AsciiStrings {
+public:
+    AsciiStrings() : slots_(kSlots) {}
+
+    // A new reference to the string of these bytes; null with a Python
+    // error set when it cannot be made.
+    PyObject* Get(const char* bytes, size_t length) {
+        size_t hash = std::hash<std::string_view>()(std::string_view(bytes, length));
+        Slot& slot = slots_[hash % kSlots];
+        PyObject* held = slot.text.ptr();
+        if (held && slot.hash == hash && size_t(PyUnicode_GET_LENGTH(held)) == length &&
+            std::memcmp(PyUnicode_1BYTE_DATA(held), bytes, length) == 0) {
+            Py_INCREF(held);
+            return held;
+        }
+        PyObject* text = PyUnicode_New(static_cast<Py_ssize_t>(length), 127);
+        if (!text) return nullptr;
+        std::memcpy(PyUnicode_1BYTE_DATA(text), bytes, length);
+        if (!held) slot = {hash, py::reinterpret_borrow<py::object>(text)};
+        return text;
+    }
+
+private:
+    struct Slot {
+        size_t hash = 0;
+        py::object text;
+    };
+    static constexpr size_t kSlots = 65536;
+    std::vector<Slot> slots_;
+};
+
 bool IsAscii(const char* text, size_t length) {
     for (size_t i = 0; i < length; ++i) {
         if (static_cast<unsigned char>(text[i]) >= 0x80) return false;
@@ -81,6 +118,7 @@ struct ColumnReader::Column {
     std::vector<char> ascii;
     std::vector<wchar_t> chars;
     std::vector<TextCell> cells;
+    AsciiStrings strings;
 };
 
 ColumnReader::ColumnReader(const std::filesystem::path& path, const std::vector<std::string>& names)
@@ -184,9 +222,7 @@ void ColumnReader::MakeTexts(Column& column) {
     for (const TextCell& cell : column.cells) {
         PyObject* text = nullptr;
         if (cell.kind == TextCell::Kind::kAscii) {
-            auto length = static_cast<Py_ssize_t>(cell.end - asciiStart);
-            text = PyUnicode_New(length, 127);
-            if (text) std::memcpy(PyUnicode_1BYTE_DATA(text), &column.ascii[asciiStart], size_t(length));
+            text = column.strings.Get(&column.ascii[asciiStart], cell.end - asciiStart);
             asciiStart = cell.end;
         } else if (cell.kind == TextCell::Kind::kWide) {
             text = PyUnicode_FromKindAndData(PyUnicode_4BYTE_KIND, &column.chars[wideStart],
