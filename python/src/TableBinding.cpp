@@ -74,13 +74,20 @@ uint32_t CodePageKind(const std::string& kind) {
                           kind);
 }
 
-std::shared_ptr<Table> Create(const std::filesystem::path& path,
-                              const std::vector<std::tuple<std::string, std::string, int, int>>& fields,
+// (name, type, width) or (name, type, width, decimals).
+FieldInfo FieldOf(const py::sequence& description) {
+    if (description.size() != 3 && description.size() != 4) {
+        throw py::value_error("a field is (name, type, width[, decimals])");
+    }
+    return FieldOf(description[0].cast<std::string>(), description[1].cast<std::string>(),
+                   description[2].cast<int>(),
+                   description.size() == 4 ? description[3].cast<int>() : 0);
+}
+
+std::shared_ptr<Table> Create(const std::filesystem::path& path, const std::vector<py::sequence>& fields,
                               const std::string& codePage) {
     std::vector<FieldInfo> infos;
-    for (const auto& [name, type, width, decimals] : fields) {
-        infos.push_back(FieldOf(name, type, width, decimals));
-    }
+    for (const auto& field : fields) infos.push_back(FieldOf(field));
     return Table::Create(path, infos, CodePageKind(codePage));
 }
 
@@ -106,7 +113,7 @@ void BindTables(py::module_& module) {
              py::arg("path"), py::arg("mode") = "r")
         .def_static("create", &Create, py::arg("path"), py::arg("fields"),
                     py::arg("code_page") = "default",
-                    "Makes a new table of fields (name, type, width, decimals), opened for writing.")
+                    "Makes a new table of fields (name, type, width[, decimals]), opened for writing.")
         .def_property_readonly("path", [](const Table& t) { return t.path(); })
         .def_property_readonly("fields", &FieldTuples)
         .def_property_readonly("field_names", [](Table& t) {

@@ -80,7 +80,7 @@ class TableTest(TempDirTest):
 
     def test_text_cut_to_the_width_warns_and_is_stored(self):
         path = self.path("t.dbf")
-        with quillet.Table.create(path, [("S", "C", 3, 0)]) as table:
+        with quillet.Table.create(path, [("S", "C", 3)]) as table:
             with warnings.catch_warnings(record=True) as caught:
                 warnings.simplefilter("always")
                 table.append(["abcdef"])
