@@ -1,5 +1,6 @@
 #include "ColumnReader.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -55,15 +56,18 @@ size_t TextLength(const char* raw, int width) {
 // string object instead of each making its own. A slot, once filled, keeps
 // its string, and the hash is compared before the string's bytes, so that a
 // column of values all different pays no more than the hash.
+// The slots are made at the first value, no more than the table has
+// records: a small table does not pay for a large cache.
 class AsciiStrings {
 public:
-    AsciiStrings() : slots_(kSlots) {}
+    explicit AsciiStrings(size_t records) : size_(std::clamp<size_t>(records, 1, kMaxSlots)) {}
 
     // A new reference to the string of these bytes; null with a Python
     // error set when it cannot be made.
     PyObject* Get(const char* bytes, size_t length) {
+        if (slots_.empty()) slots_.resize(size_);
         size_t hash = std::hash<std::string_view>()(std::string_view(bytes, length));
-        Slot& slot = slots_[hash % kSlots];
+        Slot& slot = slots_[hash % size_];
         PyObject* held = slot.text.ptr();
         if (held && slot.hash == hash && size_t(PyUnicode_GET_LENGTH(held)) == length &&
             std::memcmp(PyUnicode_1BYTE_DATA(held), bytes, length) == 0) {
@@ -82,7 +86,8 @@ private:
         size_t hash = 0;
         py::object text;
     };
-    static constexpr size_t kSlots = 65536;
+    static constexpr size_t kMaxSlots = 65536;
+    size_t size_;
     std::vector<Slot> slots_;
 };
 
@@ -119,6 +124,8 @@ struct ColumnReader::Column {
     std::vector<wchar_t> chars;
     std::vector<TextCell> cells;
     AsciiStrings strings;
+
+    Column(int field, size_t records) : field(field), strings(records) {}
 };
 
 ColumnReader::ColumnReader(const std::filesystem::path& path, const std::vector<std::string>& names)
@@ -142,8 +149,7 @@ ColumnReader::ColumnReader(const std::filesystem::path& path, const std::vector<
     auto count = static_cast<py::ssize_t>(table_.GetNumRecords());
     py::object full = py::module_::import("numpy").attr("full");
     for (int field : fields) {
-        auto column = std::make_unique<Column>();
-        column->field = field;
+        auto column = std::make_unique<Column>(field, static_cast<size_t>(count));
         column->name = table_.GetFieldName(field).ToUtf8();
         column->kind = KindOf(table_.GetFieldType(field));
         column->wholeNumbers = table_.GetFieldDecimals(field) == 0;
