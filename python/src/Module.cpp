@@ -1,0 +1,14 @@
+#include "Bindings.h"
+
+PYBIND11_MODULE(_quillet, module) {
+    module.doc() = "The compiled part of quillet: tables, shape files, bin indexes, code pages.";
+    using namespace quillet::python;
+    BindErrors(module);
+    BindCodePages(module);
+    BindTables(module);
+    BindColumns(module);
+    BindShapes(module);
+    BindBinIndexes(module);
+    BindRecordFiles(module);
+    BindColumnIndexes(module);
+}
