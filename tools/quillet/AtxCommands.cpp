@@ -5,8 +5,6 @@
 // as the table shows it finds the key (a float column's 1.1 is the float
 // 1.1), and sorts the record numbers it gets.
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cmath>
 #include <iostream>
@@ -15,6 +13,7 @@
 #include "AtxSearch.h"
 #include "Common.h"
 #include "DbfTable.h"
+#include "ScratchFile.h"
 #include "attrindex/LegacyIndex.h"
 #include "attrindex/MTreeIndex.h"
 
@@ -136,14 +135,11 @@ void RunCheck(const std::string& table, const std::string& fieldName, bool json)
     int64_t entries = 0;
     std::string problem = file.index->Check(entries);
     if (problem.empty()) {
-        fs::path scratch =
-            fs::temp_directory_path() / ("quillet-check-" + std::to_string(getpid()) + ".atx");
-        int64_t expected = BuildIndex(column.table, column.field, column.tablePath, scratch);
-        IndexFile fresh(column, scratch);
+        ScratchFile scratch;
+        int64_t expected = WriteIndex(column.table, column.field, column.tablePath, scratch.Path());
+        IndexFile fresh(column, scratch.Path());
         problem = FirstDifference(*file.index, *fresh.index);
         if (problem.empty() && expected != entries) problem = "the entry counts differ";
-        std::error_code ignored;
-        fs::remove(scratch, ignored);
     }
     Json out = {{"path", column.indexPath.filename().string()},
                 {"entries", entries},

@@ -74,7 +74,7 @@ void PrintIndexes(const Json& indexes) {
     }
 }
 
-int64_t BuildIndex(DBase& table, int field, const fs::path& tablePath, const fs::path& target) {
+int64_t WriteIndex(DBase& table, int field, const fs::path& tablePath, const fs::path& target) {
     Field column = ColumnField(table, field);
     std::string name = Utf8(table.GetFieldName(field).str());
     MTreeIndex descriptor;
@@ -82,9 +82,8 @@ int64_t BuildIndex(DBase& table, int field, const fs::path& tablePath, const fs:
         throw Failure(tablePath.string() + ": field " + name + " (type " +
                       std::string(1, table.GetFieldType(field)) + ") cannot be indexed");
     }
-    fs::path temporary = target.string() + ".tmp";
     MTreeIndexBuilder builder;
-    if (!builder.Init(WidePath(temporary).c_str(), &column, MTreeIndexBuilder::kTypeMap0)) {
+    if (!builder.Init(WidePath(target).c_str(), &column, MTreeIndexBuilder::kTypeMap0)) {
         throw Failure(tablePath.string() + ": field " + name + " cannot be indexed");
     }
     TableColumnEnumerator rows(table, field);
@@ -106,10 +105,19 @@ int64_t BuildIndex(DBase& table, int field, const fs::path& tablePath, const fs:
     if (rows.Failed()) Fail(tablePath, table);
     Progress writing("writing " + target.filename().string(), entries);
     builder.SetProgress([&writing](int64_t done, int64_t) { writing.Update(done); });
+    if (!builder.Write()) throw Failure(target.string() + ": cannot be written");
+    return entries;
+}
+
+int64_t BuildIndex(DBase& table, int field, const fs::path& tablePath, const fs::path& target) {
+    fs::path temporary = target.string() + ".tmp";
     std::error_code ignored;
-    if (!builder.Write()) {
+    int64_t entries = 0;
+    try {
+        entries = WriteIndex(table, field, tablePath, temporary);
+    } catch (const Failure&) {
         fs::remove(temporary, ignored);
-        throw Failure(target.string() + ": cannot be written");
+        throw;
     }
     fs::rename(temporary, target, ignored);
     if (ignored) throw Failure(target.string() + ": cannot be replaced: " + ignored.message());

@@ -36,6 +36,9 @@ std::filesystem::path IndexPathOf(DBase& table, int field);
 // be indexed.
 int64_t BuildIndex(DBase& table, int field, const std::filesystem::path& tablePath,
                    const std::filesystem::path& target);
+// The same, written straight into `target`, a file no one else reads.
+int64_t WriteIndex(DBase& table, int field, const std::filesystem::path& tablePath,
+                   const std::filesystem::path& target);
 
 // "1 entry", "2 entries".
 std::string EntriesText(int64_t entries);

@@ -7,7 +7,7 @@
 #include "AtxIndexes.h"
 #include "Common.h"
 #include "DbfTable.h"
-#include "Staging.h"
+#include "ScratchFile.h"
 #include "attrindex/TableColumn.h"
 #include "foundation/IFIDSet.h"
 
@@ -159,10 +159,9 @@ std::vector<int32_t> MatchingRecords(const fs::path& table, const std::string& f
         NoteIfStale(column);
         return records;
     }
-    // A private folder, which goes with the index when the search is done.
-    Staging scratch(fs::temp_directory_path());
-    column.indexPath = scratch / column.indexPath.filename().string();
-    BuildIndex(column.table, column.field, column.tablePath, column.indexPath);
+    ScratchFile scratch;
+    column.indexPath = scratch.Path();
+    WriteIndex(column.table, column.field, column.tablePath, column.indexPath);
     return SearchColumn(column, predicate, values);
 }
 
