@@ -65,6 +65,29 @@ TEST(InfoCommandTest, BadInputNamesThePath) {
     }
 }
 
+// Several files: each as one file alone shows it, under its path; a bad one
+// is named on stderr and the others are still shown.
+TEST(InfoCommandTest, SeveralFilesEachUnderItsPath) {
+    TempDir dir;
+    WriteBytes(dir / "noise", {'h', 'i'});
+    WriteBytes(dir / "empty", {});
+    auto noise = Quote(dir / "noise"), empty = Quote(dir / "empty");
+    auto alone = nlohmann::json::parse(RunTool("info --json " + noise).out);
+
+    auto json = RunTool("info --json " + noise + " " + empty + " " + noise);
+    EXPECT_EQ(json.exitCode, 1);
+    EXPECT_NE(json.err.find((dir / "empty").string()), std::string::npos) << json.err;
+    auto all = nlohmann::json::parse(json.out);
+    ASSERT_EQ(all.size(), 1u) << json.out;  // a file named twice is shown once
+    EXPECT_EQ(all[0]["path"], (dir / "noise").string());
+    all[0].erase("path");
+    EXPECT_EQ(all[0], alone);
+
+    auto text = RunTool("info " + noise + " " + Quote(dir / "missing"));
+    EXPECT_EQ(text.exitCode, 1);
+    EXPECT_EQ(text.out, "path: " + (dir / "noise").string() + "\nkind: unknown\n");
+}
+
 TEST(InfoCommandTest, RecognisesFilesByTheirFirstBytes) {
     TempDir dir;
     WriteBytes(dir / "noise", {'h', 'e', 'l', 'l', 'o'});
