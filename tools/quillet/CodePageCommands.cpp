@@ -14,6 +14,8 @@
 
 #include "Common.h"
 #include "DbfLayout.h"
+#include "LocaleOption.h"
+#include "SystemLocale.h"
 #include "codepage/CodePage.h"
 
 namespace quillet::tool {
@@ -105,6 +107,20 @@ std::string ChooseTableCodePage(const std::filesystem::path& path, CodePage& pag
 
 namespace {
 
+// Whether the table's text reads as its code page on the current locale,
+// and the locale that reads it right when it does not.
+Json ReadingJson(const CodePage& page) {
+    SystemLocale current = CurrentLocale();
+    uint32_t id = page.GetCodePageId();
+    int kind = page.GetCodePageType();
+    TextReading reading = ReadingUnder(id, kind, current);
+    auto fix = reading.right ? std::nullopt : LocaleReading(id, kind);
+    return {{"locale", current.name},
+            {"read_through", reading.throughWhat},
+            {"reads_right", reading.right},
+            {"locale_fix", fix ? Json("--locale " + fix->name) : Json(nullptr)}};
+}
+
 void RunInfo(const std::string& file, bool json) {
     std::filesystem::path path(file);
     CodePage page;
@@ -115,6 +131,7 @@ void RunInfo(const std::string& file, bool json) {
                 {"cpg", cpg ? Json(*cpg) : Json(nullptr)}};
     out.update(CodePageJson(page));
     out["reason"] = reason;
+    out.update(ReadingJson(page));
     json ? PrintJson(out) : PrintFields(out);
 }
 
@@ -158,11 +175,13 @@ void Install(CLI::App& app) {
     auto* decode = group->add_subcommand("decode", "Bytes on stdin in code page CP to UTF-8 on stdout");
     auto decodeCp = std::make_shared<std::string>();
     decode->add_option("CP", *decodeCp, "Code page number or .cpg-style name")->required();
+    AddLocaleOption(*decode, NamedCodePageOf(*decodeCp));
     decode->callback([decodeCp] { RunDecode(*decodeCp); });
 
     auto* encode = group->add_subcommand("encode", "UTF-8 on stdin to bytes in code page CP on stdout");
     auto encodeCp = std::make_shared<std::string>();
     encode->add_option("CP", *encodeCp, "Code page number or .cpg-style name")->required();
+    AddLocaleOption(*encode, NamedCodePageOf(*encodeCp));
     encode->callback([encodeCp] { RunEncode(*encodeCp); });
 
     auto* info = group->add_subcommand("info", "A table's language driver byte, .cpg text and code page");
@@ -170,6 +189,7 @@ void Install(CLI::App& app) {
     auto infoJson = std::make_shared<bool>(false);
     info->add_option("TABLE", *file, "The .dbf table")->required();
     info->add_flag("--json", *infoJson, "Print JSON");
+    AddLocaleOption(*info, TableCodePageOf(*file));
     info->callback([file, infoJson] { RunInfo(*file, *infoJson); });
 }
 

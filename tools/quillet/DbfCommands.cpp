@@ -13,6 +13,7 @@
 #include "Common.h"
 #include "DbfTable.h"
 #include "LayerRewrite.h"
+#include "LocaleOption.h"
 
 namespace quillet::tool {
 
@@ -229,6 +230,7 @@ void Install(CLI::App& app) {
     auto infoJson = std::make_shared<bool>(false);
     info->add_option("TABLE", *infoPath, "The table")->required();
     info->add_flag("--json", *infoJson, "Print JSON");
+    AddLocaleOption(*info, TableCodePageOf(*infoPath));
     info->callback([=] { RunInfo(*infoPath, *infoJson); });
 
     auto* dump = dbf->add_subcommand("dump", "Print the records as UTF-8 CSV or JSON lines");
@@ -239,6 +241,7 @@ void Install(CLI::App& app) {
     dump->add_option("--fields", dumpOptions->fields, "Only these fields, comma-separated");
     AddLimitOption(*dump, dumpOptions->limit, "records");
     dump->add_flag("--include-deleted", dumpOptions->includeDeleted, "Also records marked deleted");
+    AddLocaleOption(*dump, TableCodePageOf(dumpOptions->path));
     dump->callback([=] { RunDump(*dumpOptions); });
 
     InstallImportCsv(*dbf);
