@@ -46,7 +46,7 @@ void AddLocaleOption(CLI::App& command, std::function<std::optional<TextCodePage
                     "System code pages to read table text with: those of LANG (e.g. ja_JP), or "
                     "auto: of a locale that reads the table's own code page")
         ->type_name("auto|LANG")
-        ->check(CLI::Validator(CheckChoice, "auto|LANG"));
+        ->check(CLI::Validator(CheckChoice, ""));
     // Runs once the command's arguments are parsed, before the command: the
     // table's path is known then, and nothing has read it yet.
     command.parse_complete_callback([choice, codePage] {
