@@ -195,7 +195,7 @@ void Install(CLI::App& app) {
 
 void Register() {
     RegisterGroup("codepage", Install);
-    RegisterDemoStep({200, "Code pages", RunDemo});
+    RegisterDemoStep({550, "Code pages", RunDemo});
 }
 
 }  // namespace
