@@ -107,20 +107,6 @@ std::string ChooseTableCodePage(const std::filesystem::path& path, CodePage& pag
 
 namespace {
 
-// Whether the table's text reads as its code page on the current locale,
-// and the locale that reads it right when it does not.
-Json ReadingJson(const CodePage& page) {
-    SystemLocale current = CurrentLocale();
-    uint32_t id = page.GetCodePageId();
-    int kind = page.GetCodePageType();
-    TextReading reading = ReadingUnder(id, kind, current);
-    auto fix = reading.right ? std::nullopt : LocaleReading(id, kind);
-    return {{"locale", current.name},
-            {"read_through", reading.throughWhat},
-            {"reads_right", reading.right},
-            {"locale_fix", fix ? Json("--locale " + fix->name) : Json(nullptr)}};
-}
-
 void RunInfo(const std::string& file, bool json) {
     std::filesystem::path path(file);
     CodePage page;
@@ -131,7 +117,7 @@ void RunInfo(const std::string& file, bool json) {
                 {"cpg", cpg ? Json(*cpg) : Json(nullptr)}};
     out.update(CodePageJson(page));
     out["reason"] = reason;
-    out.update(ReadingJson(page));
+    out.update(TextReadingJson(page));
     json ? PrintJson(out) : PrintFields(out);
 }
 
@@ -145,7 +131,34 @@ std::string Hex(const std::string& bytes) {
     return text;
 }
 
+// Shift-JIS text as the library reads it on the current locale, and under
+// the locale that --locale auto gives it. A code page reads its locale when
+// it is made, so each reading makes its own.
+void ShowDoubleByteFix() {
+    SystemLocale current = CurrentLocale();
+    auto under = [&current](const SystemLocale& locale, const auto& convert) {
+        ApplyLocale(locale);
+        CodePage page(932u);
+        auto result = convert(page);
+        ApplyLocale(current);
+        return result;
+    };
+    std::string bytes = under(*FindLocale("ja_JP"), [](CodePage& page) {
+        return EncodeText(page, L"\u6771\u4EAC\u90FD");
+    });
+    auto decode = [&bytes](CodePage& page) { return Utf8(DecodeText(page, bytes)); };
+    Json reading = under(current, [](CodePage& page) { return TextReadingJson(page); });
+    std::cout << "A table whose .cpg says 932 (Shift-JIS) holds " << Hex(bytes) << ". On "
+              << current.name << " it is read through " << reading["read_through"].get<std::string>()
+              << ": \"" << under(current, decode) << "\"\n";
+    if (reading["reads_right"].get<bool>()) return;
+    auto fix = LocaleReading(932, CodePage::FindCodePageType(932));
+    std::cout << "  quillet codepage info names the fix, " << reading["locale_fix"].get<std::string>()
+              << " (--locale auto finds it too): \"" << under(*fix, decode) << "\"\n";
+}
+
 void RunDemo(const std::filesystem::path&) {
+    ShowDoubleByteFix();
     std::cout << "A table names its code page with a header byte or a .cpg text:\n";
     for (const char* text : {"ANSI 1252", "OEM 850", "ISO 8859-15", "UTF-8", "ASMO 449"}) {
         CodePage page{String(text)};

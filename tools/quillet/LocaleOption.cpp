@@ -76,4 +76,16 @@ std::function<std::optional<TextCodePage>()> NamedCodePageOf(const std::string& 
     };
 }
 
+Json TextReadingJson(const CodePage& page) {
+    SystemLocale current = CurrentLocale();
+    uint32_t id = page.GetCodePageId();
+    int kind = page.GetCodePageType();
+    TextReading reading = ReadingUnder(id, kind, current);
+    auto fix = reading.right ? std::nullopt : LocaleReading(id, kind);
+    return {{"locale", current.name},
+            {"read_through", reading.throughWhat},
+            {"reads_right", reading.right},
+            {"locale_fix", fix ? Json("--locale " + fix->name) : Json(nullptr)}};
+}
+
 }  // namespace quillet::tool

@@ -9,6 +9,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include "Registry.h"
+#include "codepage/CodePage.h"
+
 namespace quillet::tool {
 
 struct TextCodePage {
@@ -29,5 +32,10 @@ std::function<std::optional<TextCodePage>()> TableCodePageOf(const std::string& 
 // The code page `text` names (a command's CP argument or option); nothing
 // when it is empty or names none.
 std::function<std::optional<TextCodePage>()> NamedCodePageOf(const std::string& text);
+
+// Whether text in `page` reads as that code page on the current locale, and
+// the `--locale` that reads it right when it does not: keys "locale",
+// "read_through", "reads_right", "locale_fix".
+Json TextReadingJson(const CodePage& page);
 
 }  // namespace quillet::tool
