@@ -153,7 +153,7 @@ void Install(CLI::App& app) {
     help->callback([&app, man, bash] {
         if (*man) return PrintMan(app);
         if (*bash) return PrintBashCompletion(app);
-        std::cout << app.help();
+        std::cout << app.get_formatter()->make_help(&app, "quillet", CLI::AppFormatMode::All);
     });
 }
 
