@@ -13,9 +13,13 @@ namespace {
 
 TEST(ToolTest, ExitCodes) {
     EXPECT_NE(RunTool("--version").out.find("quillet "), std::string::npos);
-    for (const auto& [args, exitCode] : {std::pair{"--version", 0}, {"--help", 0},
-                                         {"info --help", 0}, {"", 2}, {"no-such-group", 2},
-                                         {"info", 2}, {"codepage decode 932 --locale xx", 2},
+    for (const auto& [args, exitCode] : {std::pair{"--version", 0},
+                                         {"--help", 0},
+                                         {"info --help", 0},
+                                         {"", 2},
+                                         {"no-such-group", 2},
+                                         {"info", 2},
+                                         {"codepage decode 932 --locale xx", 2},
                                          {"help --man --bash-completion", 2}}) {
         EXPECT_EQ(RunTool(args).exitCode, exitCode) << args;
     }

@@ -88,7 +88,9 @@ TEST(SbnCommandTest, BuildsAFolderOfLayersInParallel) {
         }
     }
     EXPECT_EQ(RunTool("sbn build " + Quote(dir / "layer1.shp") + " " + Quote(dir / "layer2.shp") +
-                      " --jobs 0").exitCode, 2);
+                      " --jobs 0")
+                  .exitCode,
+              2);
 }
 
 // Every sample layer with an index file: what the index holds is checked

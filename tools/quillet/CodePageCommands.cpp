@@ -149,12 +149,14 @@ void ShowDoubleByteFix() {
     auto decode = [&bytes](CodePage& page) { return Utf8(DecodeText(page, bytes)); };
     Json reading = under(current, [](CodePage& page) { return TextReadingJson(page); });
     std::cout << "A table whose .cpg says 932 (Shift-JIS) holds " << Hex(bytes) << ". On "
-              << current.name << " it is read through " << reading["read_through"].get<std::string>()
-              << ": \"" << under(current, decode) << "\"\n";
+              << current.name << " it is read through "
+              << reading["read_through"].get<std::string>() << ": \"" << under(current, decode)
+              << "\"\n";
     if (reading["reads_right"].get<bool>()) return;
     auto fix = LocaleReading(932, CodePage::FindCodePageType(932));
-    std::cout << "  quillet codepage info names the fix, " << reading["locale_fix"].get<std::string>()
-              << " (--locale auto finds it too): \"" << under(*fix, decode) << "\"\n";
+    std::cout << "  quillet codepage info names the fix, "
+              << reading["locale_fix"].get<std::string>() << " (--locale auto finds it too): \""
+              << under(*fix, decode) << "\"\n";
 }
 
 void RunDemo(const std::filesystem::path&) {

@@ -315,7 +315,8 @@ void RunDemo(const std::filesystem::path& folder) {
 void Register() {
     RegisterGroup("dbf", Install);
     RegisterInfoProbe({300, "dBASE table (opened)", ProbeTable});
-    RegisterDemoStep({450, "dBASE tables: create, fill, change, compact, add and drop fields, dump", RunDemo});
+    RegisterDemoStep(
+        {450, "dBASE tables: create, fill, change, compact, add and drop fields, dump", RunDemo});
 }
 
 }  // namespace

@@ -17,7 +17,9 @@ std::vector<const CLI::App*> Commands(const CLI::App& app) {
     return app.get_subcommands([](const CLI::App*) { return true; });
 }
 
-bool IsFlag(const CLI::Option& option) { return option.get_type_size() == 0; }
+bool IsFlag(const CLI::Option& option) {
+    return option.get_type_size() == 0;
+}
 
 std::string Usage(const CLI::App& command, const std::string& path) {
     std::string usage = path;
@@ -37,9 +39,12 @@ std::string Usage(const CLI::App& command, const std::string& path) {
 std::string Roff(const std::string& text) {
     std::string out;
     for (char c : text) {
-        if (c == '\\') out += "\\e";
-        else if (c == '-') out += "\\-";
-        else out += c;
+        if (c == '\\')
+            out += "\\e";
+        else if (c == '-')
+            out += "\\-";
+        else
+            out += c;
     }
     if (!out.empty() && (out[0] == '.' || out[0] == '\'')) out = "\\&" + out;
     return out;
@@ -79,7 +84,8 @@ void PrintMan(const CLI::App& app) {
            "\\fB\\-\\-locale auto\\fR|\\fILANG\\fR.\n"
         << ".SH COMMANDS\n";
     ManCommands(app, "quillet", out);
-    out << ".SH EXIT STATUS\n0 on success, 1 when a command failed or found damage, 2 on a usage error.\n"
+    out << ".SH EXIT STATUS\n0 on success, 1 when a command failed or found damage, 2 on a usage "
+           "error.\n"
         << ".SH ENVIRONMENT\n"
         << ".TP\nQUILLET_HOME\nA folder holding locale/codepage, the code page tables.\n"
         << ".TP\nQUILLET_CONFIG\nThe settings file (default ~/.config/quillet/settings).\n"
@@ -107,7 +113,8 @@ std::string Words(const CLI::App& command) {
 void CompletionCases(const CLI::App& command, const std::string& path, std::ostream& cases,
                      std::string& paths) {
     bool leaf = Commands(command).empty();
-    cases << "        \"" << path << "\") words=\"" << Words(command) << "\"; leaf=" << leaf << " ;;\n";
+    cases << "        \"" << path << "\") words=\"" << Words(command) << "\"; leaf=" << leaf
+          << " ;;\n";
     for (const auto* sub : Commands(command)) {
         std::string subPath = path.empty() ? sub->get_name() : path + " " + sub->get_name();
         paths += (paths.empty() ? "\"" : "|\"") + subPath + "\"";
@@ -136,20 +143,24 @@ void PrintBashCompletion(const CLI::App& app) {
               << "    case \"$command\" in\n"
               << cases.str() << "    esac\n"
               << "    if [[ ${COMP_WORDS[COMP_CWORD-1]} == --locale ]]; then\n"
-              << "        COMPREPLY=($(compgen -W \"" << LocaleWords() << "\" -- \"$cur\")); return\n"
+              << "        COMPREPLY=($(compgen -W \"" << LocaleWords()
+              << "\" -- \"$cur\")); return\n"
               << "    fi\n"
               << "    COMPREPLY=($(compgen -W \"$words\" -- \"$cur\"))\n"
-              << "    if [[ $leaf == 1 && $cur != -* ]]; then COMPREPLY+=($(compgen -f -- \"$cur\")); fi\n"
+              << "    if [[ $leaf == 1 && $cur != -* ]]; then COMPREPLY+=($(compgen -f -- "
+                 "\"$cur\")); fi\n"
               << "}\n"
               << "complete -o filenames -F _quillet quillet\n";
 }
 
 void Install(CLI::App& app) {
-    auto* help = app.add_subcommand("help", "The help of every command, as a manual page or a completion script");
+    auto* help = app.add_subcommand(
+        "help", "The help of every command, as a manual page or a completion script");
     auto man = std::make_shared<bool>(false);
     auto bash = std::make_shared<bool>(false);
     auto* manFlag = help->add_flag("--man", *man, "Print the manual page (roff)");
-    help->add_flag("--bash-completion", *bash, "Print the bash completion script")->excludes(manFlag);
+    help->add_flag("--bash-completion", *bash, "Print the bash completion script")
+        ->excludes(manFlag);
     help->callback([&app, man, bash] {
         if (*man) return PrintMan(app);
         if (*bash) return PrintBashCompletion(app);

@@ -106,7 +106,8 @@ void RunInfo(const std::vector<std::string>& files, bool json) {
 }
 
 void Install(CLI::App& app) {
-    auto* cmd = app.add_subcommand("info", "Name the kind of store each file holds and show its header");
+    auto* cmd =
+        app.add_subcommand("info", "Name the kind of store each file holds and show its header");
     auto files = std::make_shared<std::vector<std::string>>();
     auto json = std::make_shared<bool>(false);
     cmd->add_option("FILE", *files, "The files to look at")->required();

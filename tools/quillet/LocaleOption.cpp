@@ -25,7 +25,8 @@ void ApplyAuto(const std::optional<TextCodePage>& page) {
     SystemLocale current = CurrentLocale();
     auto locale = LocaleReading(page->id, page->kind);
     if (!locale) {
-        std::fprintf(stderr, "quillet: note: --locale auto: no known locale reads code page %u as itself\n",
+        std::fprintf(stderr,
+                     "quillet: note: --locale auto: no known locale reads code page %u as itself\n",
                      page->id);
         return;
     }

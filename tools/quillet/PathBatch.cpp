@@ -70,7 +70,8 @@ int RunForEachPath(const std::vector<std::filesystem::path>& paths, int jobs,
     OrderedPrinter printer(paths.size());
     std::atomic<size_t> next{0};
     auto worker = [&] {
-        for (size_t i = next++; i < paths.size(); i = next++) printer.Finish(i, RunOne(work, paths[i]));
+        for (size_t i = next++; i < paths.size(); i = next++)
+            printer.Finish(i, RunOne(work, paths[i]));
     };
     size_t threads = std::min(static_cast<size_t>(std::max(jobs, 1)), paths.size());
     if (threads <= 1) {

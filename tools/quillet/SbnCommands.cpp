@@ -245,7 +245,8 @@ void Install(CLI::App& app) {
     group->require_subcommand(1);
     auto shp = std::make_shared<std::string>();
 
-    auto* build = group->add_subcommand("build", "Build each layer's .sbn/.sbx from its records' boxes");
+    auto* build =
+        group->add_subcommand("build", "Build each layer's .sbn/.sbx from its records' boxes");
     auto layers = std::make_shared<std::vector<std::string>>();
     auto jobs = std::make_shared<int>(1);
     build->add_option("SHP", *layers, "Shape data files, or folders of them")->required();

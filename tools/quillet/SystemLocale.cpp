@@ -31,7 +31,7 @@ TextReading Through(const char* which, uint32_t system, uint32_t codePage) {
 // the library skips its tables: on a Far East locale, or when the page is the
 // system's own.
 TextReading OwnTableOrSystem(uint32_t codePage, const char* which, uint32_t system,
-                       const SystemLocale& locale) {
+                             const SystemLocale& locale) {
     if (codePage == system || locale.IsFarEast() || !HasTableFile(codePage)) {
         return Through(which, system, codePage);
     }
@@ -45,14 +45,16 @@ TextReading Iso(uint32_t codePage, const SystemLocale& locale) {
     bool traditionalChinese = locale.language == 4 && locale.country != 2 && locale.country != 4;
     if (traditionalChinese) return {codePage == kEucTw, "the built-in EUC-TW conversion"};
     if (locale.language == 17) {
-        return {codePage == kEucJp && locale.ansi == 932, "EUC-JP through the system's ANSI code page"};
+        return {codePage == kEucJp && locale.ansi == 932,
+                "EUC-JP through the system's ANSI code page"};
     }
     return {false, "the system's ANSI code page " + std::to_string(locale.ansi)};
 }
 
 std::string Normalized(std::string name) {
     name = name.substr(0, name.find_first_of(".@"));
-    for (char& c : name) c = c == '-' ? '_' : static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    for (char& c : name)
+        c = c == '-' ? '_' : static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return name;
 }
 
@@ -64,13 +66,13 @@ bool SameValues(const SystemLocale& a, const SystemLocale& b) {
 
 const std::vector<SystemLocale>& KnownLocales() {
     static const std::vector<SystemLocale> locales = {
-        {"en_US", 9, 1, 1252, 437},   {"en_GB", 9, 2, 1252, 850},   {"de_DE", 7, 1, 1252, 850},
-        {"fr_FR", 12, 1, 1252, 850},  {"es_ES", 10, 3, 1252, 850},  {"it_IT", 16, 1, 1252, 850},
-        {"nl_NL", 19, 1, 1252, 850},  {"pt_BR", 22, 1, 1252, 850},  {"pl_PL", 21, 1, 1250, 852},
-        {"cs_CZ", 5, 1, 1250, 852},   {"hu_HU", 14, 1, 1250, 852},  {"ru_RU", 25, 1, 1251, 866},
-        {"el_GR", 8, 1, 1253, 737},   {"tr_TR", 31, 1, 1254, 857},  {"he_IL", 13, 1, 1255, 862},
-        {"ar_SA", 1, 1, 1256, 720},   {"th_TH", 30, 1, 874, 874},   {"vi_VN", 42, 1, 1258, 1258},
-        {"ja_JP", 17, 1, 932, 932},   {"zh_CN", 4, 2, 936, 936},    {"zh_TW", 4, 1, 950, 950},
+        {"en_US", 9, 1, 1252, 437},  {"en_GB", 9, 2, 1252, 850},  {"de_DE", 7, 1, 1252, 850},
+        {"fr_FR", 12, 1, 1252, 850}, {"es_ES", 10, 3, 1252, 850}, {"it_IT", 16, 1, 1252, 850},
+        {"nl_NL", 19, 1, 1252, 850}, {"pt_BR", 22, 1, 1252, 850}, {"pl_PL", 21, 1, 1250, 852},
+        {"cs_CZ", 5, 1, 1250, 852},  {"hu_HU", 14, 1, 1250, 852}, {"ru_RU", 25, 1, 1251, 866},
+        {"el_GR", 8, 1, 1253, 737},  {"tr_TR", 31, 1, 1254, 857}, {"he_IL", 13, 1, 1255, 862},
+        {"ar_SA", 1, 1, 1256, 720},  {"th_TH", 30, 1, 874, 874},  {"vi_VN", 42, 1, 1258, 1258},
+        {"ja_JP", 17, 1, 932, 932},  {"zh_CN", 4, 2, 936, 936},   {"zh_TW", 4, 1, 950, 950},
         {"ko_KR", 18, 1, 949, 949}};
     return locales;
 }
@@ -83,7 +85,8 @@ std::optional<SystemLocale> FindLocale(const std::string& name) {
 }
 
 SystemLocale CurrentLocale() {
-    SystemLocale current{"", QovaLocale::GetLangID(), QovaLocale::GetCountryID(), GetACP(), GetOEMCP()};
+    SystemLocale current{"", QovaLocale::GetLangID(), QovaLocale::GetCountryID(), GetACP(),
+                         GetOEMCP()};
     for (const auto& locale : KnownLocales()) {
         if (SameValues(locale, current)) return locale;
     }

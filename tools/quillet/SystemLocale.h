@@ -16,11 +16,11 @@
 namespace quillet::tool {
 
 struct SystemLocale {
-    std::string name;    // "ja_JP"
-    uint16_t language;   // primary language id
-    uint16_t country;    // sublanguage id
-    uint32_t ansi;       // ANSI code page
-    uint32_t oem;        // OEM code page
+    std::string name;   // "ja_JP"
+    uint16_t language;  // primary language id
+    uint16_t country;   // sublanguage id
+    uint32_t ansi;      // ANSI code page
+    uint32_t oem;       // OEM code page
 
     bool IsFarEast() const { return language == 4 || language == 17 || language == 18; }
 };
@@ -39,7 +39,7 @@ void ApplyLocale(const SystemLocale& locale);
 // How text in a code page (of a kind, CodePage::qovaCodePageEnum) is read
 // under a locale.
 struct TextReading {
-    bool right;              // as the code page's own text
+    bool right;               // as the code page's own text
     std::string throughWhat;  // "its own table", "the system's OEM code page 437", ...
 };
 TextReading ReadingUnder(uint32_t codePage, int kind, const SystemLocale& locale);
