@@ -69,7 +69,7 @@ TEST(SbnCommandTest, BuildsAFolderOfLayersInParallel) {
         WritePointLayer(alone / name, points);
         ASSERT_EQ(RunTool("sbn build " + Quote(alone / name)).exitCode, 0);
     }
-    std::ofstream(dir / "broken.shp") << "not a shape file";
+    std::ofstream(dir / "zz_broken.shp") << "not a shape file";  // done last
 
     auto build = RunTool("sbn build " + Quote(dir.path()) + " --jobs 3");
     EXPECT_EQ(build.exitCode, 1);
@@ -87,6 +87,14 @@ TEST(SbnCommandTest, BuildsAFolderOfLayersInParallel) {
                 << name << extension;
         }
     }
+    // One bar counts the layers, and a failure's line does not run into it.
+    std::string terminal = RunToolOnTerminal("sbn build " + Quote(dir.path()) + " --jobs 2");
+    EXPECT_NE(terminal.find("Indexing 6 layers"), std::string::npos) << terminal;
+    size_t failure = terminal.find("quillet: " + (dir / "zz_broken.shp").string());
+    ASSERT_NE(failure, std::string::npos) << terminal;
+    std::string before = terminal.substr(0, failure);
+    EXPECT_TRUE(before.empty() || before.ends_with("\n") || before.ends_with("\r\033[K"))
+        << terminal;
     EXPECT_EQ(RunTool("sbn build " + Quote(dir / "layer1.shp") + " " + Quote(dir / "layer2.shp") +
                       " --jobs 0")
                   .exitCode,

@@ -187,6 +187,11 @@ Progress::~Progress() {
     if (enabled_ && lastPercent_ >= 0) std::fprintf(stderr, "\r\033[K");
 }
 
+void Progress::Clear() {
+    if (enabled_ && lastPercent_ >= 0) std::fprintf(stderr, "\r\033[K");
+    lastPercent_ = -1;
+}
+
 void Progress::Update(int64_t done) {
     if (!enabled_) return;
     int percent = static_cast<int>(done * 100 / total_);

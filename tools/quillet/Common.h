@@ -86,6 +86,9 @@ public:
     ~Progress();
     void Update(int64_t done);
     void Done() { Update(total_); }
+    // Clears the bar's line, so that a message can take it; the next Update
+    // draws the bar again.
+    void Clear();
 
 private:
     std::string label_;

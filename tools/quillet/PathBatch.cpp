@@ -25,12 +25,14 @@ struct Outcome {
 // paths before it.
 class OrderedPrinter {
 public:
-    explicit OrderedPrinter(size_t count) : outcomes_(count) {}
+    OrderedPrinter(size_t count, Progress* progress) : outcomes_(count), progress_(progress) {}
 
     void Finish(size_t index, Outcome outcome) {
         std::lock_guard<std::mutex> lock(mutex_);
         outcomes_[index] = std::move(outcome);
+        if (progress_) progress_->Clear();
         for (; next_ < outcomes_.size() && outcomes_[next_]; ++next_) Print(*outcomes_[next_]);
+        if (progress_) progress_->Update(++finished_);
     }
 
     int Failed() const {
@@ -47,6 +49,8 @@ private:
     std::mutex mutex_;
     std::vector<std::optional<Outcome>> outcomes_;
     size_t next_ = 0;
+    Progress* progress_;
+    int64_t finished_ = 0;
 };
 
 Outcome RunOne(const PathWork& work, const std::filesystem::path& path) {
@@ -61,13 +65,13 @@ Outcome RunOne(const PathWork& work, const std::filesystem::path& path) {
 }  // namespace
 
 int RunForEachPath(const std::vector<std::filesystem::path>& paths, int jobs,
-                   const PathWork& work) {
+                   const PathWork& work, Progress* progress) {
     // One path fails as a single command does: its own message, nothing more.
     if (paths.size() == 1) {
         std::cout << work(paths.front());
         return 0;
     }
-    OrderedPrinter printer(paths.size());
+    OrderedPrinter printer(paths.size(), progress);
     std::atomic<size_t> next{0};
     auto worker = [&] {
         for (size_t i = next++; i < paths.size(); i = next++)

@@ -12,15 +12,20 @@
 
 namespace quillet::tool {
 
+class Progress;
+
 // One path's work: returns what it prints on stdout; throws (Failure) to
 // report the path's problem.
 using PathWork = std::function<std::string(const std::filesystem::path&)>;
 
 // Runs `work` for every path, in `jobs` threads, and returns how many paths
-// failed. A single path's failure propagates, as a one-file command's does. Output is printed in
-// the order of `paths` (each path's text as soon as it and every path before it are done), so that
-// the result does not depend on how the threads were scheduled.
-int RunForEachPath(const std::vector<std::filesystem::path>& paths, int jobs, const PathWork& work);
+// failed. A single path's failure propagates, as a one-file command's does.
+// Output is printed in the order of `paths` (each path's text as soon as it
+// and every path before it are done), so that the result does not depend on
+// how the threads were scheduled. `progress`, when given, counts the paths
+// done.
+int RunForEachPath(const std::vector<std::filesystem::path>& paths, int jobs,
+                   const PathWork& work, Progress* progress = nullptr);
 
 // Failure ("N of M <noun>s failed") when `failed` is not zero.
 void RequireNoneFailed(int failed, size_t total, const std::string& noun);

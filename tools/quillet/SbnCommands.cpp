@@ -117,9 +117,13 @@ std::vector<std::filesystem::path> LayersOf(const std::vector<std::string>& argu
 void RunBuilds(const std::vector<std::string>& arguments, int jobs) {
     auto layers = LayersOf(arguments);
     bool oneAtATime = jobs <= 1 || layers.size() == 1;
-    int failed = RunForEachPath(layers, jobs, [oneAtATime](const std::filesystem::path& shp) {
-        return RunBuild(shp, oneAtATime);
-    });
+    // Layers built side by side share one bar that counts layers.
+    Progress progress("Indexing " + Count(static_cast<int64_t>(layers.size()), "layer"),
+                      oneAtATime ? 0 : static_cast<int64_t>(layers.size()));
+    int failed = RunForEachPath(
+        layers, jobs,
+        [oneAtATime](const std::filesystem::path& shp) { return RunBuild(shp, oneAtATime); },
+        &progress);
     RequireNoneFailed(failed, layers.size(), "layer");
 }
 
