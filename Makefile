@@ -24,8 +24,11 @@ configure: setup
 build: configure
 	@cmake --build $(BUILD) -j $(JOBS)
 
+# The build's own output goes to a log, shown only when the build fails, so
+# that the demo starts with what Quillet does.
 demo: configure
-	@cmake --build $(BUILD) -j $(JOBS) --target quillet-tool
+	@cmake --build $(BUILD) -j $(JOBS) --target quillet-tool >$(BUILD)/demo-build.log 2>&1 \
+		|| { cat $(BUILD)/demo-build.log; exit 1; }
 	@$(BUILD)/tools/quillet/quillet demo
 
 test: build
@@ -41,7 +44,10 @@ fuzz: setup
 	@cmake --build build-fuzz -j $(JOBS)
 	@scripts/run-fuzzers build-fuzz $(FUZZ_SECONDS)
 
-install: build
+# Only what is installed is built: the library, the tool and its manual
+# page and completion, never the tests.
+install: configure
+	@cmake --build $(BUILD) -j $(JOBS) --target quillet quillet-tool quillet-docs
 	@cmake --install $(BUILD) --prefix $(PREFIX)
 
 clean:

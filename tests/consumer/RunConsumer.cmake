@@ -32,10 +32,20 @@ function(expect text output what)
     endif()
 endfunction()
 
+# The README's example program, cut out exactly as it stands there.
+file(READ ${SOURCE_DIR}/README.md readme)
+string(REGEX MATCH "<!-- consumer-test: layer_tour.cpp -->\n```cpp\n(.*)" example "${readme}")
+string(FIND "${CMAKE_MATCH_1}" "\n```" end)
+if(end EQUAL -1)
+    message(FATAL_ERROR "README.md: no example marked consumer-test: layer_tour.cpp")
+endif()
+string(SUBSTRING "${CMAKE_MATCH_1}" 0 ${end} example)
+file(WRITE ${WORK}/layer_tour.cpp "${example}\n")
+
 set(input /dev/null)
 run(${CMAKE_COMMAND} --install ${QUILLET_BUILD} --prefix ${prefix})
 run(${CMAKE_COMMAND} -S ${CONSUMER_SOURCE} -B ${WORK}/build -DCMAKE_PREFIX_PATH=${prefix}
-    -DCMAKE_CXX_COMPILER=${CXX})
+    -DCMAKE_CXX_COMPILER=${CXX} -DEXAMPLE=${WORK}/layer_tour.cpp)
 run(${CMAKE_COMMAND} --build ${WORK}/build)
 file(GLOB pcdir ${prefix}/lib*/pkgconfig)
 set(ENV{PKG_CONFIG_PATH} ${pcdir})
@@ -54,6 +64,21 @@ if(NOT failure)
     # Linked through pkg-config alone: the library is found through the rpath.
     run(${WORK}/consumer-pc)
     message(STATUS "pkg-config consumer: ${last_output}")
+    # The example on a layer another program wrote, indexed by the installed tool.
+    if(EXISTS ${SAMPLES}/gdal_point.shp)
+        file(COPY ${SAMPLES}/gdal_point.shp ${SAMPLES}/gdal_point.shx ${SAMPLES}/gdal_point.dbf
+             DESTINATION ${WORK}/layer)
+        run(${prefix}/bin/quillet sbn build ${WORK}/layer/gdal_point.shp)
+        run(${WORK}/build/layer_tour ${WORK}/layer/gdal_point.shp)
+        expect("features in bins that meet" "${last_output}" "the README's example")
+    else()
+        message(STATUS "no ${SAMPLES}: the README's example is built but not run")
+    endif()
+    # The manual page and the completion, made from the tool's help.
+    file(READ ${prefix}/share/man/man1/quillet.1 man)
+    expect(".SS \"quillet sbn build SHP...\"" "${man}" "the installed manual page")
+    run(bash -c "source ${prefix}/share/bash-completion/completions/quillet && COMP_WORDS=(quillet sbn bu) COMP_CWORD=2 && _quillet && echo \${COMPREPLY[*]}")
+    expect("build" "${last_output}" "the installed bash completion")
     set(input ${WORK}/866.txt)
     run(${prefix}/bin/quillet codepage decode 866)
     expect("Москва" "${last_output}" "installed quillet codepage decode 866")

@@ -13,9 +13,14 @@ namespace {
 
 TEST(ToolTest, ExitCodes) {
     EXPECT_NE(RunTool("--version").out.find("quillet "), std::string::npos);
-    for (const auto& [args, exitCode] : {std::pair{"--version", 0}, {"--help", 0},
-                                         {"info --help", 0}, {"", 2}, {"no-such-group", 2},
-                                         {"info", 2}}) {
+    for (const auto& [args, exitCode] : {std::pair{"--version", 0},
+                                         {"--help", 0},
+                                         {"info --help", 0},
+                                         {"", 2},
+                                         {"no-such-group", 2},
+                                         {"info", 2},
+                                         {"codepage decode 932 --locale xx", 2},
+                                         {"help --man --bash-completion", 2}}) {
         EXPECT_EQ(RunTool(args).exitCode, exitCode) << args;
     }
     auto unknown = RunTool("dbf frobnicate x.dbf");
@@ -63,6 +68,29 @@ TEST(InfoCommandTest, BadInputNamesThePath) {
         EXPECT_NE(ExpectOneLineFailure("info " + Quote(path)).err.find(path), std::string::npos)
             << path;
     }
+}
+
+// Several files: each as one file alone shows it, under its path; a bad one
+// is named on stderr and the others are still shown.
+TEST(InfoCommandTest, SeveralFilesEachUnderItsPath) {
+    TempDir dir;
+    WriteBytes(dir / "noise", {'h', 'i'});
+    WriteBytes(dir / "empty", {});
+    auto noise = Quote(dir / "noise"), empty = Quote(dir / "empty");
+    auto alone = nlohmann::json::parse(RunTool("info --json " + noise).out);
+
+    auto json = RunTool("info --json " + noise + " " + empty + " " + noise);
+    EXPECT_EQ(json.exitCode, 1);
+    EXPECT_NE(json.err.find((dir / "empty").string()), std::string::npos) << json.err;
+    auto all = nlohmann::json::parse(json.out);
+    ASSERT_EQ(all.size(), 1u) << json.out;  // a file named twice is shown once
+    EXPECT_EQ(all[0]["path"], (dir / "noise").string());
+    all[0].erase("path");
+    EXPECT_EQ(all[0], alone);
+
+    auto text = RunTool("info " + noise + " " + Quote(dir / "missing"));
+    EXPECT_EQ(text.exitCode, 1);
+    EXPECT_EQ(text.out, "path: " + (dir / "noise").string() + "\nkind: unknown\n");
 }
 
 TEST(InfoCommandTest, RecognisesFilesByTheirFirstBytes) {

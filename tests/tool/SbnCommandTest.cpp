@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <fstream>
 #include <sstream>
 
 #include "ToolRunner.h"
@@ -52,6 +53,52 @@ TEST(SbnCommandTest, BuildQueryAndInfo) {
     auto probe = RunTool("info " + Quote(dir / "points.sbn"));
     EXPECT_NE(probe.out.find("kind: spatial bin index"), std::string::npos) << probe.out;
     EXPECT_NE(probe.out.find("features: 5"), std::string::npos) << probe.out;
+}
+
+// A folder of layers built in several threads: each layer's index is what
+// a build of it alone makes, the output follows the layers' order, and a
+// layer that fails is named while the others still get their index.
+TEST(SbnCommandTest, BuildsAFolderOfLayersInParallel) {
+    TempDir dir, alone;
+    const int kLayers = 5;
+    for (int n = 0; n < kLayers; ++n) {
+        std::vector<std::pair<double, double>> points;
+        for (int i = 0; i <= n * 7; ++i) points.push_back({i * 3.0 + n, 100.0 - i * 2});
+        auto name = "layer" + std::to_string(n) + ".shp";
+        WritePointLayer(dir / name, points);
+        WritePointLayer(alone / name, points);
+        ASSERT_EQ(RunTool("sbn build " + Quote(alone / name)).exitCode, 0);
+    }
+    std::ofstream(dir / "zz_broken.shp") << "not a shape file";  // done last
+
+    auto build = RunTool("sbn build " + Quote(dir.path()) + " --jobs 3");
+    EXPECT_EQ(build.exitCode, 1);
+    EXPECT_NE(build.err.find("broken.shp"), std::string::npos) << build.err;
+    EXPECT_NE(build.err.find("1 of 6 layers failed"), std::string::npos) << build.err;
+    size_t at = 0;
+    for (int n = 0; n < kLayers; ++n) {
+        auto name = "layer" + std::to_string(n);
+        size_t line = build.out.find(name + ".sbn: " + std::to_string(n * 7 + 1) + " features");
+        EXPECT_NE(line, std::string::npos) << build.out;
+        EXPECT_GE(line, at) << "out of order: " << build.out;
+        at = line;
+        for (const char* extension : {".sbn", ".sbx"}) {
+            EXPECT_EQ(ReadBytes(dir / (name + extension)), ReadBytes(alone / (name + extension)))
+                << name << extension;
+        }
+    }
+    // One bar counts the layers, and a failure's line does not run into it.
+    std::string terminal = RunToolOnTerminal("sbn build " + Quote(dir.path()) + " --jobs 2");
+    EXPECT_NE(terminal.find("Indexing 6 layers"), std::string::npos) << terminal;
+    size_t failure = terminal.find("quillet: " + (dir / "zz_broken.shp").string());
+    ASSERT_NE(failure, std::string::npos) << terminal;
+    std::string before = terminal.substr(0, failure);
+    EXPECT_TRUE(before.empty() || before.ends_with("\n") || before.ends_with("\r\033[K"))
+        << terminal;
+    EXPECT_EQ(RunTool("sbn build " + Quote(dir / "layer1.shp") + " " + Quote(dir / "layer2.shp") +
+                      " --jobs 0")
+                  .exitCode,
+              2);
 }
 
 // Every sample layer with an index file: what the index holds is checked

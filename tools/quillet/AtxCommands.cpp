@@ -13,6 +13,7 @@
 #include "AtxSearch.h"
 #include "Common.h"
 #include "DbfTable.h"
+#include "LocaleOption.h"
 #include "ScratchFile.h"
 #include "attrindex/LegacyIndex.h"
 #include "attrindex/MTreeIndex.h"
@@ -175,6 +176,7 @@ void Install(CLI::App& app) {
     auto* build = atx->add_subcommand("build", "Build (or rebuild) the index of a field");
     AddTableAndField(*build, table, field);
     build->add_flag("--json", *json, "Print JSON");
+    AddLocaleOption(*build, TableCodePageOf(*table));
     build->callback([=] { RunBuild(*table, *field, *json); });
 
     auto* query = atx->add_subcommand("query", "Records whose field matches, through the index");
@@ -190,6 +192,7 @@ void Install(CLI::App& app) {
     query->add_flag("--dump", options->dump, "Print the matching records as dbf dump does");
     query->add_option("--format", options->format, "With --dump: csv or jsonl")
         ->check(CLI::IsMember({"csv", "jsonl"}));
+    AddLocaleOption(*query, TableCodePageOf(options->table));
     query->callback([=] { RunQuery(*options); });
 
     auto* info = atx->add_subcommand("info", "Show an index's key, size and levels");
@@ -201,6 +204,7 @@ void Install(CLI::App& app) {
         "check", "Check that an index is sound and holds exactly the table's values");
     AddTableAndField(*check, table, field);
     check->add_flag("--json", *json, "Print JSON");
+    AddLocaleOption(*check, TableCodePageOf(*table));
     check->callback([=] { RunCheck(*table, *field, *json); });
 }
 

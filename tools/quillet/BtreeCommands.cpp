@@ -13,6 +13,7 @@
 #include <sstream>
 
 #include "Common.h"
+#include "LocaleOption.h"
 #include "attrindex/MTIndexNG.h"
 #include "attrindex/MTSearch.h"
 #include "codepage/CodePage.h"
@@ -319,6 +320,7 @@ void AddKeyOptions(CLI::App* command, KeyOptions& options) {
                         "Width of text keys: bytes (string), characters (wstring)");
     command->add_option("--codepage", options.codePage,
                         "Code page of string keys (default: the system's)");
+    AddLocaleOption(*command, NamedCodePageOf(options.codePage));
 }
 
 void Install(CLI::App& app) {

@@ -71,7 +71,7 @@ void RunDemo(const std::filesystem::path& folder) {
 }  // namespace
 
 QUILLET_TOOL_REGISTER([] {
-    RegisterDemoStep({600, "B-tree attribute indexes: bulk load, insert, delete, search", RunDemo});
+    RegisterDemoStep({800, "B-tree attribute indexes: bulk load, insert, delete, search", RunDemo});
 });
 
 }  // namespace quillet::tool

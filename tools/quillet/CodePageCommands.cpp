@@ -14,6 +14,8 @@
 
 #include "Common.h"
 #include "DbfLayout.h"
+#include "LocaleOption.h"
+#include "SystemLocale.h"
 #include "codepage/CodePage.h"
 
 namespace quillet::tool {
@@ -115,6 +117,7 @@ void RunInfo(const std::string& file, bool json) {
                 {"cpg", cpg ? Json(*cpg) : Json(nullptr)}};
     out.update(CodePageJson(page));
     out["reason"] = reason;
+    out.update(TextReadingJson(page));
     json ? PrintJson(out) : PrintFields(out);
 }
 
@@ -128,7 +131,36 @@ std::string Hex(const std::string& bytes) {
     return text;
 }
 
+// Shift-JIS text as the library reads it on the current locale, and under
+// the locale that --locale auto gives it. A code page reads its locale when
+// it is made, so each reading makes its own.
+void ShowDoubleByteFix() {
+    SystemLocale current = CurrentLocale();
+    auto under = [&current](const SystemLocale& locale, const auto& convert) {
+        ApplyLocale(locale);
+        CodePage page(932u);
+        auto result = convert(page);
+        ApplyLocale(current);
+        return result;
+    };
+    std::string bytes = under(*FindLocale("ja_JP"), [](CodePage& page) {
+        return EncodeText(page, L"\u6771\u4EAC\u90FD");
+    });
+    auto decode = [&bytes](CodePage& page) { return Utf8(DecodeText(page, bytes)); };
+    Json reading = under(current, [](CodePage& page) { return TextReadingJson(page); });
+    std::cout << "A table whose .cpg says 932 (Shift-JIS) holds " << Hex(bytes) << ". On "
+              << current.name << " it is read through "
+              << reading["read_through"].get<std::string>() << ": \"" << under(current, decode)
+              << "\"\n";
+    if (reading["reads_right"].get<bool>()) return;
+    auto fix = LocaleReading(932, CodePage::FindCodePageType(932));
+    std::cout << "  quillet codepage info names the fix, "
+              << reading["locale_fix"].get<std::string>() << " (--locale auto finds it too): \""
+              << under(*fix, decode) << "\"\n";
+}
+
 void RunDemo(const std::filesystem::path&) {
+    ShowDoubleByteFix();
     std::cout << "A table names its code page with a header byte or a .cpg text:\n";
     for (const char* text : {"ANSI 1252", "OEM 850", "ISO 8859-15", "UTF-8", "ASMO 449"}) {
         CodePage page{String(text)};
@@ -158,11 +190,13 @@ void Install(CLI::App& app) {
     auto* decode = group->add_subcommand("decode", "Bytes on stdin in code page CP to UTF-8 on stdout");
     auto decodeCp = std::make_shared<std::string>();
     decode->add_option("CP", *decodeCp, "Code page number or .cpg-style name")->required();
+    AddLocaleOption(*decode, NamedCodePageOf(*decodeCp));
     decode->callback([decodeCp] { RunDecode(*decodeCp); });
 
     auto* encode = group->add_subcommand("encode", "UTF-8 on stdin to bytes in code page CP on stdout");
     auto encodeCp = std::make_shared<std::string>();
     encode->add_option("CP", *encodeCp, "Code page number or .cpg-style name")->required();
+    AddLocaleOption(*encode, NamedCodePageOf(*encodeCp));
     encode->callback([encodeCp] { RunEncode(*encodeCp); });
 
     auto* info = group->add_subcommand("info", "A table's language driver byte, .cpg text and code page");
@@ -170,12 +204,13 @@ void Install(CLI::App& app) {
     auto infoJson = std::make_shared<bool>(false);
     info->add_option("TABLE", *file, "The .dbf table")->required();
     info->add_flag("--json", *infoJson, "Print JSON");
+    AddLocaleOption(*info, TableCodePageOf(*file));
     info->callback([file, infoJson] { RunInfo(*file, *infoJson); });
 }
 
 void Register() {
     RegisterGroup("codepage", Install);
-    RegisterDemoStep({200, "Code pages", RunDemo});
+    RegisterDemoStep({550, "Code pages", RunDemo});
 }
 
 }  // namespace

@@ -168,14 +168,14 @@ void AddLimitOption(CLI::App& command, int64_t& limit, const std::string& what) 
 
 void PrintJson(const Json& value) { std::cout << value.dump(2) << '\n'; }
 
-void PrintFields(const Json& object) {
+void PrintFields(const Json& object, std::ostream& out) {
     for (auto& [key, value] : object.items()) {
         if (value.is_string()) {
-            std::cout << key << ": " << value.get<std::string>() << '\n';
+            out << key << ": " << value.get<std::string>() << '\n';
         } else if (value.is_null()) {
-            std::cout << key << ": -\n";
+            out << key << ": -\n";
         } else {
-            std::cout << key << ": " << value.dump() << '\n';
+            out << key << ": " << value.dump() << '\n';
         }
     }
 }
@@ -185,6 +185,11 @@ Progress::Progress(std::string label, int64_t total)
 
 Progress::~Progress() {
     if (enabled_ && lastPercent_ >= 0) std::fprintf(stderr, "\r\033[K");
+}
+
+void Progress::Clear() {
+    if (enabled_ && lastPercent_ >= 0) std::fprintf(stderr, "\r\033[K");
+    lastPercent_ = -1;
 }
 
 void Progress::Update(int64_t done) {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <iostream>
 #include <string>
 #include <vector>
 
@@ -74,7 +75,7 @@ void AddLimitOption(CLI::App& command, int64_t& limit, const std::string& what);
 // Prints a JSON value on stdout (pretty for objects), or as `key: value`
 // lines for people.
 void PrintJson(const Json& value);
-void PrintFields(const Json& object);
+void PrintFields(const Json& object, std::ostream& out = std::cout);
 
 // A progress bar on stderr for long work; silent unless stderr is a terminal.
 // Done() shows it full; either way its line is cleared when it goes, so that
@@ -85,6 +86,9 @@ public:
     ~Progress();
     void Update(int64_t done);
     void Done() { Update(total_); }
+    // Clears the bar's line, so that a message can take it; the next Update
+    // draws the bar again.
+    void Clear();
 
 private:
     std::string label_;

@@ -12,6 +12,7 @@
 #include "DbfTable.h"
 #include "FieldWriter.h"
 #include "LayerRewrite.h"
+#include "LocaleOption.h"
 
 namespace quillet::tool {
 
@@ -75,6 +76,7 @@ void InstallAddField(CLI::App& dbf) {
     addField->add_option("SPEC", *spec, "NAME:TYPE:WIDTH[:DECIMALS]")->required();
     addField->add_option("--value", *value, "The value every record gets (default: blank)");
     AddReindexOption(*addField);
+    AddLocaleOption(*addField, TableCodePageOf(*path));
     addField->callback([=] { RunAddField(*path, *spec, *value); });
 }
 

@@ -13,6 +13,7 @@
 #include "DbfTable.h"
 #include "FieldValues.h"
 #include "LayerRewrite.h"
+#include "LocaleOption.h"
 
 namespace quillet::tool {
 
@@ -155,6 +156,7 @@ void Install(CLI::App& app) {
     auto infoJson = std::make_shared<bool>(false);
     info->add_option("TABLE", *infoPath, "The table")->required();
     info->add_flag("--json", *infoJson, "Print JSON");
+    AddLocaleOption(*info, TableCodePageOf(*infoPath));
     info->callback([=] { RunInfo(*infoPath, *infoJson); });
 
     auto* dump = dbf->add_subcommand("dump", "Print the records as UTF-8 CSV or JSON lines");
@@ -165,6 +167,7 @@ void Install(CLI::App& app) {
     dump->add_option("--fields", dumpOptions->fields, "Only these fields, comma-separated");
     AddLimitOption(*dump, dumpOptions->limit, "records");
     dump->add_flag("--include-deleted", dumpOptions->includeDeleted, "Also records marked deleted");
+    AddLocaleOption(*dump, TableCodePageOf(dumpOptions->path));
     dump->callback([=] { RunDump(*dumpOptions); });
 
     InstallImportCsv(*dbf);
@@ -238,7 +241,8 @@ void RunDemo(const std::filesystem::path& folder) {
 void Register() {
     RegisterGroup("dbf", Install);
     RegisterInfoProbe({300, "dBASE table (opened)", ProbeTable});
-    RegisterDemoStep({300, "dBASE tables: create, fill, change, compact, add and drop fields, dump", RunDemo});
+    RegisterDemoStep(
+        {450, "dBASE tables: create, fill, change, compact, add and drop fields, dump", RunDemo});
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include "CsvReader.h"
 #include "DbfTable.h"
 #include "FieldWriter.h"
+#include "LocaleOption.h"
 #include "Staging.h"
 
 namespace quillet::tool {
@@ -115,6 +116,7 @@ void InstallImportCsv(CLI::App& dbf) {
         ->required();
     import->add_option("--codepage", *codePage, "Code page of the table, e.g. 1252, 437, UTF-8");
     AddReindexOption(*import);
+    AddLocaleOption(*import, NamedCodePageOf(*codePage));
     import->callback([=] { RunImportCsv(*csvPath, *path, *schema, *codePage);
 });
 }  // namespace quillet::tool

@@ -82,6 +82,8 @@ void RunDemo(const std::filesystem::path& folder) {
 
 }  // namespace
 
-QUILLET_TOOL_REGISTER([] { RegisterDemoStep({100, "File access and the platform layer", RunDemo}); });
+QUILLET_TOOL_REGISTER([] {
+    RegisterDemoStep({900, "File access and the platform layer", RunDemo});
+});
 
 }  // namespace quillet::tool

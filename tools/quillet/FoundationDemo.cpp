@@ -140,6 +140,6 @@ void RunDemo(const std::filesystem::path&) {
 
 }  // namespace
 
-QUILLET_TOOL_REGISTER([] { RegisterDemoStep({110, "Framework classes", RunDemo}); });
+QUILLET_TOOL_REGISTER([] { RegisterDemoStep({910, "Framework classes", RunDemo}); });
 
 }  // namespace quillet::tool

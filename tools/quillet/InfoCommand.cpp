@@ -3,8 +3,10 @@
 // stores register more specific probes; the generic ones here come last.
 
 #include <array>
+#include <sstream>
 
 #include "Common.h"
+#include "PathBatch.h"
 #include "foundation/ByteOrder.h"
 
 namespace quillet::tool {
@@ -71,30 +73,46 @@ bool ProbeOlderRecordFile(const std::filesystem::path&, std::span<const unsigned
     return true;
 }
 
-void RunInfo(const std::string& file, bool json) {
-    std::filesystem::path path(file);
+Json Describe(const std::filesystem::path& path) {
     auto head = ReadHead(path, kHeadBytes);
-    if (head.empty()) throw Failure(file + ": empty file");
-    Json out;
-    bool known = false;
+    if (head.empty()) throw Failure(path.string() + ": empty file");
     for (const auto& probe : InfoProbes()) {
-        out = Json::object();
-        if (probe.probe(path, head, out)) {
-            known = true;
-            break;
-        }
+        Json out = Json::object();
+        if (probe.probe(path, head, out)) return out;
     }
-    if (!known) out = Json{{"kind", "unknown"}};
-    json ? PrintJson(out) : PrintFields(out);
+    return Json{{"kind", "unknown"}};
+}
+
+// One file prints as it always did; several print each with its path first
+// (text: a blank line between files; JSON: an array).
+void RunInfo(const std::vector<std::string>& files, bool json) {
+    auto paths = DistinctPaths(files);
+    bool several = paths.size() > 1;
+    Json all = Json::array();
+    int failed = RunForEachPath(paths, 1, [&](const std::filesystem::path& path) {
+        Json out = several ? Json{{"path", path.string()}} : Json::object();
+        out.update(Describe(path));
+        if (json) {
+            all.push_back(out);
+            return std::string();
+        }
+        std::ostringstream text;
+        if (several && path != paths.front()) text << '\n';
+        PrintFields(out, text);
+        return text.str();
+    });
+    if (json && (several || !all.empty())) PrintJson(several ? all : all.front());
+    RequireNoneFailed(failed, paths.size(), "file");
 }
 
 void Install(CLI::App& app) {
-    auto* cmd = app.add_subcommand("info", "Name the kind of store a file holds and show its header");
-    auto file = std::make_shared<std::string>();
+    auto* cmd =
+        app.add_subcommand("info", "Name the kind of store each file holds and show its header");
+    auto files = std::make_shared<std::vector<std::string>>();
     auto json = std::make_shared<bool>(false);
-    cmd->add_option("FILE", *file, "The file to look at")->required();
-    cmd->add_flag("--json", *json, "Print JSON");
-    cmd->callback([file, json] { RunInfo(*file, *json); });
+    cmd->add_option("FILE", *files, "The files to look at")->required();
+    cmd->add_flag("--json", *json, "Print JSON (an array for several files)");
+    cmd->callback([files, json] { RunInfo(*files, *json); });
 }
 
 void Register() {

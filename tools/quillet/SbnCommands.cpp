@@ -7,6 +7,7 @@
 
 #include "Common.h"
 #include "LayerSelection.h"
+#include "PathBatch.h"
 #include "ShapeLayer.h"
 #include "foundation/IEnvelope.h"
 #include "recordfile/VFile.h"
@@ -30,7 +31,9 @@ struct BuildSummary {
 };
 
 // Builds the index of `shp` from its records' boxes, read through ShpFile.
-BuildSummary BuildIndex(const std::filesystem::path& shp) {
+// Layers built side by side show no bar of their own: their bars would
+// overwrite one another on the one terminal line.
+BuildSummary BuildIndex(const std::filesystem::path& shp, bool showProgress) {
     RequireRegularFile(shp);
     auto indexPath = IndexPathOf(shp);
     ShpFile shapes(WidePath(shp).c_str());
@@ -49,7 +52,8 @@ BuildSummary BuildIndex(const std::filesystem::path& shp) {
     }
     int32_t unreadable = 0;
     {
-        Progress progress("Indexing " + shp.filename().string(), summary.features);
+        Progress progress("Indexing " + shp.filename().string(),
+                          showProgress ? summary.features : 0);
         for (int32_t n = 0; n < summary.features; ++n) {
             progress.Update(n);
             int32_t length = 0;
@@ -68,18 +72,59 @@ BuildSummary BuildIndex(const std::filesystem::path& shp) {
         throw Failure(indexPath.string() + ": writing the index failed; the index is incomplete");
     }
     if (unreadable > 0) {
-        std::cerr << "quillet: warning: " << shp.string() << ": " << unreadable
-                  << " records could not be read and are not indexed\n";
+        // One write, so that the warnings of layers built side by side stay whole.
+        std::cerr << "quillet: warning: " + shp.string() + ": " + std::to_string(unreadable) +
+                         " records could not be read and are not indexed\n";
     }
     summary.levels = builder.GetLevels();
     summary.bins = builder.GetBinCount();
     return summary;
 }
 
-void RunBuild(const std::filesystem::path& shp) {
-    auto summary = BuildIndex(shp);
-    std::cout << IndexPathOf(shp).string() << ": " << summary.features << " features, "
-              << summary.levels << " levels, " << summary.bins << " bins used\n";
+std::string RunBuild(const std::filesystem::path& shp, bool showProgress) {
+    auto summary = BuildIndex(shp, showProgress);
+    return IndexPathOf(shp).string() + ": " + std::to_string(summary.features) + " features, " +
+           std::to_string(summary.levels) + " levels, " + std::to_string(summary.bins) +
+           " bins used\n";
+}
+
+bool IsLayer(const std::filesystem::path& path) {
+    auto extension = path.extension().string();
+    return extension == ".shp" || extension == ".SHP";
+}
+
+// The layers named: a folder stands for the shape data files directly in it.
+std::vector<std::filesystem::path> LayersOf(const std::vector<std::string>& arguments) {
+    std::vector<std::string> named;
+    for (const auto& argument : arguments) {
+        std::error_code error;
+        if (!std::filesystem::is_directory(argument, error)) {
+            named.push_back(argument);
+            continue;
+        }
+        std::vector<std::string> inFolder;
+        for (const auto& entry : std::filesystem::directory_iterator(argument, error)) {
+            if (IsLayer(entry.path())) inFolder.push_back(entry.path().string());
+        }
+        if (error) throw Failure(argument + ": cannot list the folder: " + error.message());
+        if (inFolder.empty()) throw Failure(argument + ": no shape data files in the folder");
+        std::sort(inFolder.begin(), inFolder.end());
+        named.insert(named.end(), inFolder.begin(), inFolder.end());
+    }
+    return DistinctPaths(named);
+}
+
+void RunBuilds(const std::vector<std::string>& arguments, int jobs) {
+    auto layers = LayersOf(arguments);
+    bool oneAtATime = jobs <= 1 || layers.size() == 1;
+    // Layers built side by side share one bar that counts layers.
+    Progress progress("Indexing " + Count(static_cast<int64_t>(layers.size()), "layer"),
+                      oneAtATime ? 0 : static_cast<int64_t>(layers.size()));
+    int failed = RunForEachPath(
+        layers, jobs,
+        [oneAtATime](const std::filesystem::path& shp) { return RunBuild(shp, oneAtATime); },
+        &progress);
+    RequireNoneFailed(failed, layers.size(), "layer");
 }
 
 // Opens the index beside `shp`; Failure when there is none.
@@ -190,9 +235,14 @@ void Install(CLI::App& app) {
     group->require_subcommand(1);
     auto shp = std::make_shared<std::string>();
 
-    auto* build = group->add_subcommand("build", "Build SHP's .sbn/.sbx from its records' boxes");
-    build->add_option("SHP", *shp, "The shape data file")->required();
-    build->callback([shp] { RunBuild(*shp); });
+    auto* build =
+        group->add_subcommand("build", "Build each layer's .sbn/.sbx from its records' boxes");
+    auto layers = std::make_shared<std::vector<std::string>>();
+    auto jobs = std::make_shared<int>(1);
+    build->add_option("SHP", *layers, "Shape data files, or folders of them")->required();
+    build->add_option("--jobs,-j", *jobs, "Layers built at once, each in its own thread")
+        ->check(CLI::Range(1, 1024));
+    build->callback([layers, jobs] { RunBuilds(*layers, *jobs); });
 
     auto* query = group->add_subcommand("query", "Feature numbers whose bins meet a rectangle");
     auto bbox = std::make_shared<std::string>();
@@ -250,7 +300,7 @@ void RunDemo(const std::filesystem::path& folder) {
     if (layers.empty()) std::cout << "No shape layer to index.\n";
     for (const auto& layer : layers) {
         std::cout << "$ quillet sbn build " << layer.filename().string() << '\n';
-        RunBuild(layer);
+        std::cout << RunBuild(layer, true);
         auto index = OpenIndex(layer);
         // The lower left quarter of the extent.
         const WKSEnvelope& e = index->GetExtent();

@@ -10,6 +10,7 @@
 
 #include "Common.h"
 #include "DbfTable.h"
+#include "LocaleOption.h"
 #include "ShapeLayer.h"
 #include "foundation/RewriteRecovery.h"
 #include "spatialindex/BinIndex.h"
@@ -89,6 +90,7 @@ void DescribeTable(const fs::path& dbf, Json& out, std::vector<std::string>& pro
     out["records"] = table.GetNumRecords();
     out.update(CodePageJson(table.GetCodePage()));
     out["code_page_reason"] = ChooseTableCodePage(dbf, page);
+    out.update(TextReadingJson(table.GetCodePage()));
     DbfLayout layout = ReadDbfLayout(dbf);
     if (layout.completeRecords < layout.records)
         problems.push_back(dbf.filename().string() + " is damaged: its header gives " +
@@ -155,6 +157,12 @@ void PrintStore(const Json& store) {
         std::cout << "\n  code page " << table["code_page"] << " ("
                   << table["code_page_name"].get<std::string>() << "), from the "
                   << table["code_page_reason"].get<std::string>();
+    if (table.contains("reads_right") && !table["reads_right"].get<bool>())
+        std::cout << "\n  its text reads wrong on this locale (through "
+                  << table["read_through"].get<std::string>() << ")"
+                  << (table["locale_fix"].is_null()
+                          ? std::string()
+                          : "; " + table["locale_fix"].get<std::string>() + " reads it right");
     if (!store["side_files"].empty()) {
         std::cout << "\n  beside it:";
         for (const auto& name : store["side_files"]) std::cout << " " << name.get<std::string>();

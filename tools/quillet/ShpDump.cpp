@@ -13,6 +13,7 @@
 #include "DbfTable.h"
 #include "FeatureWriter.h"
 #include "LayerSelection.h"
+#include "LocaleOption.h"
 #include "ShapeLayer.h"
 #include "shape/ShapeGeometry.h"
 
@@ -172,6 +173,10 @@ void InstallShpDump(CLI::App& shp) {
                      "FIELD OP VALUE...: only features whose row matches, with the operators "
                      "of atx query")
         ->expected(3, CLI::detail::expected_max_vector_size);
+    AddLocaleOption(*dump, [options] {
+        std::string table = fs::path(options->path).replace_extension(".dbf").string();
+        return TableCodePageOf(table)();
+    });
     dump->callback([options] { RunDump(*options); });
 }
 
