@@ -14,6 +14,7 @@
 #include "FeatureWriter.h"
 #include "LayerSelection.h"
 #include "LocaleOption.h"
+#include "Registry.h"
 #include "ShapeLayer.h"
 #include "shape/ShapeGeometry.h"
 
@@ -155,6 +156,18 @@ void RunDump(const DumpOptions& options) {
     }
     if (!damage.empty()) throw Failure(damage);
 }
+
+// Runs after the shape file step, on the layers it wrote.
+void RunDemo(const fs::path& folder) {
+    DumpOptions options;
+    options.path = (folder / "fields.shp").string();
+    options.format = "geojsonseq";
+    std::cout << "\nfields.shp as GeoJSON (quillet shp dump --format geojsonseq):\n";
+    RunDump(options);
+    std::cout.flush();
+}
+
+QUILLET_TOOL_REGISTER([] { RegisterDemoStep({410, "A layer exported as GeoJSON", RunDemo}); });
 
 }  // namespace
 
