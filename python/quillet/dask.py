@@ -7,8 +7,8 @@ scheduler is active (a `distributed.Client` makes its cluster the one).
     print(frame.groupby("OWNER").AREA.sum().compute())
     summary = quillet.dask.build_indexes("parcels/*.shp")
 
-The tasks open the files by the paths given, so every worker must see them
-at those paths and have the module installed.
+The tasks open the files by their absolute paths here, so every worker must
+see them at those paths and have the module installed.
 """
 
 from __future__ import annotations
@@ -40,16 +40,17 @@ def _dtype(field_type: str) -> str:
 
 
 def _paths(paths_or_glob: PathLike | Iterable[PathLike]) -> list[str]:
-    """A pattern's matches, sorted, or the paths given."""
+    """A pattern's matches, sorted, or the paths given; absolute, since a
+    worker may run in another folder than this process."""
     if isinstance(paths_or_glob, (str, os.PathLike)):
         paths = sorted(glob.glob(os.fspath(paths_or_glob)))
         if not paths:
             raise FileNotFoundError("no file matches %s" % os.fspath(paths_or_glob))
-        return paths
-    paths = [os.fspath(path) for path in paths_or_glob]
-    if not paths:
-        raise ValueError("no files given")
-    return paths
+    else:
+        paths = [os.fspath(path) for path in paths_or_glob]
+        if not paths:
+            raise ValueError("no files given")
+    return [os.path.abspath(path) for path in paths]
 
 
 def _schema(path: str, columns: list[str] | None) -> list[tuple[str, str]]:
