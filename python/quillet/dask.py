@@ -15,7 +15,7 @@ from __future__ import annotations
 
 import glob
 import os
-from typing import Any, Iterable, Union
+from typing import Any, Iterable, Sequence, Union
 
 import dask
 import dask.dataframe
@@ -53,30 +53,30 @@ def _paths(paths_or_glob: PathLike | Iterable[PathLike]) -> list[str]:
     return [os.path.abspath(path) for path in paths]
 
 
-def _schema(path: str, columns: list[str] | None) -> list[tuple[str, str]]:
+def _fields(path: str) -> list[tuple[str, str, int, int]]:
+    with Table(path) as table:
+        return table.fields
+
+
+def _schema(path: str, fields: list[tuple[str, str, int, int]],
+            columns: list[str] | None) -> list[tuple[str, str]]:
     """(name, dtype) of the fields named, found as the library finds them (in
     any case), or of every field; a KeyError names a field the table lacks."""
-    with Table(path) as table:
-        fields = [(name, _dtype(field_type)) for name, field_type, _, _ in table.fields]
+    typed = [(name, _dtype(field_type)) for name, field_type, _, _ in fields]
     if columns is None:
-        return fields
-    by_name = {field[0].upper(): field for field in fields}
+        return typed
+    by_name = {field[0].upper(): field for field in typed}
     missing = [name for name in columns if name.upper() not in by_name]
     if missing:
         raise KeyError("no field named %s in %s" % (", ".join(missing), path))
     return [by_name[name.upper()] for name in columns]
 
 
-def _record_length(path: str) -> int:
-    with Table(path) as table:
-        return 1 + sum(width for _, _, width, _ in table.fields)
-
-
 def _ranges(path: str, record_length: int, per_partition: int) -> list[tuple[int, int | None]]:
-    """Record ranges that cover the table. Its size over the first table's
-    record length bounds its count from above without opening it; the last
-    range runs to the end, so that a table whose records are longer, or that
-    grew, is still read whole (its schema is checked when it is read)."""
+    """Record ranges that cover the table without opening it: its size over
+    the first table's record length is at least its count when its records
+    are as long or longer; the last range runs to the end, so that a table
+    of shorter records, or one that grew since, is still read whole."""
     records = os.path.getsize(path) // record_length
     starts = list(range(0, max(records, 1), per_partition))
     return list(zip(starts, starts[1:] + [None]))
@@ -94,14 +94,15 @@ def _frame(arrays: dict[str, Any], schema: list[tuple[str, str]]) -> pandas.Data
 def _read_range(part: tuple[str, int, int | None], columns: list[str] | None,
                 schema: list[tuple[str, str]], first: str) -> pandas.DataFrame:
     path, start, stop = part
-    own = _schema(path, columns)
+    own = _schema(path, _fields(path), columns)
     if own != schema:
         raise ValueError("%s has the fields %s, where %s has %s"
                          % (path, _describe(own), first, _describe(schema)))
     return _frame(read_columns(path, [name for name, _ in schema], start, stop), schema)
 
 
-def read_tables(paths_or_glob: PathLike | Iterable[PathLike], columns: list[str] | None = None,
+def read_tables(paths_or_glob: PathLike | Iterable[PathLike],
+                columns: Sequence[str] | None = None,
                 records_per_partition: int = RECORDS_PER_PARTITION) -> dask.dataframe.DataFrame:
     """The live records of many tables (a glob pattern, or paths) as one Dask
     DataFrame, a partition per table, or per range of records of a table with
@@ -114,13 +115,15 @@ def read_tables(paths_or_glob: PathLike | Iterable[PathLike], columns: list[str]
     if records_per_partition < 1:
         raise ValueError("records_per_partition must be at least 1")
     paths = _paths(paths_or_glob)
-    schema = _schema(paths[0], columns)
-    record_length = _record_length(paths[0])
+    columns = list(columns) if columns else None  # none named means all, as in read_table
+    fields = _fields(paths[0])
+    schema = _schema(paths[0], fields, columns)
+    record_length = 1 + sum(width for _, _, width, _ in fields)
     parts = [(path, start, stop) for path in paths
              for start, stop in _ranges(path, record_length, records_per_partition)]
+    meta = _frame({name: [] for name, _ in schema}, schema)
     return dask.dataframe.from_map(_read_range, parts, columns=columns, schema=schema,
-                                   first=paths[0], meta=_frame({name: [] for name, _ in schema}, schema),
-                                   label="quillet-read-tables")
+                                   first=paths[0], meta=meta, label="quillet-read-tables")
 
 
 def _build(shp: str) -> dict[str, Any]:
