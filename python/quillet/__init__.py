@@ -8,6 +8,9 @@ of table text.
             print(record["NAME"], record["OPENED"])
     columns = quillet.read_table("roads.dbf", columns=["NAME", "LENGTH"])
 
+quillet.dask (imported on its own, as it needs Dask) reads many tables as
+one Dask DataFrame and builds many layers' bin indexes as Dask tasks.
+
 Records count from 0. Failures of the library raise quillet.Error, an
 OSError whose `status` is the library's status code and whose `path` is the
 file it was working on.
