@@ -7,12 +7,11 @@ import glob
 import os
 import pathlib
 import shutil
-import struct
 import tempfile
 import unittest
 
 import quillet
-from support import TempDirTest
+from support import TempDirTest, write_points
 
 try:
     import distributed
@@ -31,25 +30,6 @@ FIELDS = [("NAME", "C", 10), ("COUNT", "N", 6, 0), ("VALUE", "N", 10, 2), ("SEEN
 def setUpModule():
     if MISSING:
         raise unittest.SkipTest("dask or distributed is not installed (%s)" % MISSING)
-
-
-def write_points(shp, points):
-    """A point layer's .shp and .shx, as the format lays them out: the module
-    reads shape files but does not write them."""
-    xs, ys = [x for x, _ in points], [y for _, y in points]
-    box = (min(xs), min(ys), max(xs), max(ys))
-
-    def header(words):
-        return (struct.pack(">7i", 9994, 0, 0, 0, 0, 0, words) + struct.pack("<2i", 1000, 1) +
-                struct.pack("<8d", *box, 0, 0, 0, 0))
-
-    records = b"".join(struct.pack(">2i", n + 1, 10) + struct.pack("<i2d", 1, x, y)
-                       for n, (x, y) in enumerate(points))
-    with open(shp, "wb") as f:
-        f.write(header(50 + len(records) // 2) + records)
-    with open(shp[:-4] + ".shx", "wb") as f:
-        f.write(header(50 + 4 * len(points)) +
-                b"".join(struct.pack(">2i", 50 + 14 * n, 10) for n in range(len(points))))
 
 
 def write_layer(base, i):
