@@ -8,6 +8,9 @@ of table text.
             print(record["NAME"], record["OPENED"])
     columns = quillet.read_table("roads.dbf", columns=["NAME", "LENGTH"])
 
+quillet.dask (imported on its own, as it needs Dask) reads many tables as
+one Dask DataFrame and builds many layers' bin indexes as Dask tasks.
+
 Records count from 0. Failures of the library raise quillet.Error, an
 OSError whose `status` is the library's status code and whose `path` is the
 file it was working on.
@@ -34,14 +37,18 @@ __all__ = ["BinIndex", "Error", "RecordFile", "ShapeFile", "Table", "build_bin_i
 
 
 def read_table(path: os.PathLike | str, columns: Sequence[str] | None = None,
-               as_pandas: bool = False) -> dict[str, numpy.ndarray] | pandas.DataFrame:
+               as_pandas: bool = False, start: int = 0,
+               stop: int | None = None) -> dict[str, numpy.ndarray] | pandas.DataFrame:
     """The live records of a table as a dict of numpy arrays by field name:
     numbers as float64 (int64 for a field without decimals whose values are all
     whole; NaN where blank), dates as datetime64[D] (NaT where there is none),
     logicals as bool (object with None where unknown), text as object arrays
     of str (None where blank). `columns` names the fields to read, all when
-    None. With `as_pandas`, a pandas DataFrame of the same columns."""
-    arrays = read_columns(path, columns)
+    None. With `as_pandas`, a pandas DataFrame of the same columns.
+    `start` and `stop` read only the live records among records [start, stop)
+    of the file, deleted ones counted, so that ranges side by side read every
+    live record once."""
+    arrays = read_columns(path, columns, start, stop)
     if not as_pandas:
         return arrays
     import pandas

@@ -128,7 +128,8 @@ struct ColumnReader::Column {
     Column(int field, size_t records) : field(field), strings(records) {}
 };
 
-ColumnReader::ColumnReader(const std::filesystem::path& path, const std::vector<std::string>& names)
+ColumnReader::ColumnReader(const std::filesystem::path& path, const std::vector<std::string>& names,
+                           int64_t start, int64_t stop)
     : path_(path), table_(String::FromUtf8(path.string())) {
     bool opened;
     {
@@ -146,7 +147,10 @@ ColumnReader::ColumnReader(const std::filesystem::path& path, const std::vector<
     if (names.empty()) {
         for (int i = 0; i < table_.GetNumFields(); ++i) fields.push_back(i);
     }
-    auto count = static_cast<py::ssize_t>(table_.GetNumRecords());
+    int64_t records = table_.GetNumRecords();
+    first_ = static_cast<int32_t>(std::min(start, records));
+    end_ = static_cast<int32_t>(std::clamp(stop, int64_t{first_}, records));
+    auto count = static_cast<py::ssize_t>(end_ - first_);
     py::object full = py::module_::import("numpy").attr("full");
     for (int field : fields) {
         auto column = std::make_unique<Column>(field, static_cast<size_t>(count));
@@ -267,9 +271,8 @@ py::object ColumnReader::Finish(Column& column) {
 }
 
 py::dict ColumnReader::ReadAll() {
-    int32_t count = table_.GetNumRecords();
-    for (int32_t first = 0; first < count; first += kChunkRecords) {
-        int32_t end = count - first > kChunkRecords ? first + kChunkRecords : count;
+    for (int32_t first = first_; first < end_; first += kChunkRecords) {
+        int32_t end = end_ - first > kChunkRecords ? first + kChunkRecords : end_;
         {
             py::gil_scoped_release release;
             ReadChunk(first, end);

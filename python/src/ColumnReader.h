@@ -24,8 +24,12 @@ namespace quillet::python {
 
 class ColumnReader {
 public:
-    // Opens the table; `names` empty means every field.
-    ColumnReader(const std::filesystem::path& path, const std::vector<std::string>& names);
+    // Opens the table to read records [start, stop) of the file, deleted ones
+    // counted (the live ones among them are read), cut to the records the
+    // table has, so that ranges side by side read each live record once;
+    // `names` empty means every field.
+    ColumnReader(const std::filesystem::path& path, const std::vector<std::string>& names,
+                 int64_t start, int64_t stop);
     ~ColumnReader();
 
     // The arrays by field name, in the table's order of the names asked for.
@@ -43,6 +47,7 @@ private:
     std::filesystem::path path_;
     DBase table_;
     std::vector<std::unique_ptr<Column>> columns_;
+    int32_t first_ = 0, end_ = 0;  // the records to read
     int64_t live_ = 0;  // records read so far
     bool keepsAscii_ = false;
 };

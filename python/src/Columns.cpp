@@ -1,3 +1,4 @@
+#include <limits>
 #include <optional>
 
 #include <pybind11/stl.h>
@@ -10,15 +11,27 @@ namespace py = pybind11;
 
 namespace quillet::python {
 
+namespace {
+
+py::dict ReadColumns(const std::filesystem::path& path,
+                     const std::optional<std::vector<std::string>>& columns, int64_t start,
+                     std::optional<int64_t> stop) {
+    if (start < 0 || stop.value_or(0) < 0) {
+        throw py::value_error("start and stop count records from 0; they cannot be negative");
+    }
+    ColumnReader reader(path, columns.value_or(std::vector<std::string>{}), start,
+                        stop.value_or(std::numeric_limits<int64_t>::max()));
+    return reader.ReadAll();
+}
+
+}  // namespace
+
 void BindColumns(py::module_& module) {
-    module.def(
-        "read_columns",
-        [](const std::filesystem::path& path, const std::optional<std::vector<std::string>>& columns) {
-            ColumnReader reader(path, columns.value_or(std::vector<std::string>{}));
-            return reader.ReadAll();
-        },
-        py::arg("path"), py::arg("columns") = py::none(),
-        "The live records' values of the fields named (all when None) as numpy arrays by name.");
+    module.def("read_columns", &ReadColumns, py::arg("path"), py::arg("columns") = py::none(),
+               py::arg("start") = 0, py::arg("stop") = py::none(),
+               "The values of the fields named (all when None) as numpy arrays by name, from "
+               "the live records among records [start, stop) of the file (to its end when stop "
+               "is None), deleted ones counted.");
 }
 
 }  // namespace quillet::python

@@ -112,6 +112,13 @@ class TableTest(TempDirTest):
             self.assertEqual([r["COUNT"] for r in table], [42, None])
         self.assertEqual(quillet.read_table(path)["COUNT"].tolist()[0], 42)
         self.assertEqual(len(quillet.read_table(path)["COUNT"]), 2)
+        # Ranges count the deleted record, so that ranges side by side read
+        # every live record once.
+        names = [quillet.read_table(path, ["NAME"], start=a, stop=b)["NAME"].tolist()
+                 for a, b in ((0, 1), (1, 2), (2, None), (3, 9))]
+        self.assertEqual(names, [["Zürich"], [], [None], []])
+        with self.assertRaises(ValueError):
+            quillet.read_table(path, start=-1)
 
     def test_read_table_matches_the_records(self):
         path = self.make()
