@@ -9,10 +9,15 @@ namespace quillet {
 
 std::string ToMultiByte(const wchar_t* text) {
     if (!text || !*text) return std::string();
+    // Keys are short: one call into room on the stack converts most of them,
+    // where measuring first would look the code page up twice.
+    char room[1024];
+    int written = WideCharToMultiByte(CP_ACP, 0, text, -1, room, sizeof room, nullptr, nullptr);
+    if (written > 0) return std::string(room);
     int needed = WideCharToMultiByte(CP_ACP, 0, text, -1, nullptr, 0, nullptr, nullptr);
     if (needed <= 0) return std::string();
     std::vector<char> buffer(static_cast<size_t>(needed) + 1);
-    int written = WideCharToMultiByte(CP_ACP, 0, text, -1, buffer.data(), needed, nullptr, nullptr);
+    written = WideCharToMultiByte(CP_ACP, 0, text, -1, buffer.data(), needed, nullptr, nullptr);
     return written > 0 ? std::string(buffer.data()) : std::string();
 }
 

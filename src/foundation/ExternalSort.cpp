@@ -148,7 +148,8 @@ public:
           next_(run.offset),
           end_(run.offset + run.bytes),
           maxElement_(maxElement),
-          buffer_(static_cast<size_t>(std::max(bufferSize, kSizePrefix + maxElement))) {}
+          size_(std::max(bufferSize, kSizePrefix + maxElement)),
+          buffer_(new unsigned char[static_cast<size_t>(size_)]) {}
 
     // Moves to the next element; false at the end of the run or on a bad read.
     bool Advance() {
@@ -156,13 +157,13 @@ public:
         consumed_ = 0;
         int32_t size;
         if (!Ensure(kSizePrefix)) return false;
-        std::memcpy(&size, buffer_.data() + pos_, kSizePrefix);
+        std::memcpy(&size, buffer_.get() + pos_, kSizePrefix);
         if (size < 0 || size > maxElement_ || !Ensure(kSizePrefix + size)) {
             failed_ = true;
             return false;
         }
         current_.size = size;
-        current_.data = buffer_.data() + pos_ + kSizePrefix;
+        current_.data = buffer_.get() + pos_ + kSizePrefix;
         consumed_ = kSizePrefix + size;
         return true;
     }
@@ -174,12 +175,12 @@ private:
     // Makes n bytes available at pos_; false at the end of the run.
     bool Ensure(int64_t n) {
         if (fill_ - pos_ >= n) return true;
-        std::memmove(buffer_.data(), buffer_.data() + pos_, static_cast<size_t>(fill_ - pos_));
+        std::memmove(buffer_.get(), buffer_.get() + pos_, static_cast<size_t>(fill_ - pos_));
         fill_ -= pos_;
         pos_ = 0;
-        int64_t want = std::min(static_cast<int64_t>(buffer_.size()) - fill_, end_ - next_);
+        int64_t want = std::min(size_ - fill_, end_ - next_);
         if (want > 0) {
-            if (!file_->ReadAt(next_, buffer_.data() + fill_, want)) {
+            if (!file_->ReadAt(next_, buffer_.get() + fill_, want)) {
                 failed_ = true;
                 return false;
             }
@@ -195,7 +196,9 @@ private:
     int64_t next_;
     int64_t end_;
     int32_t maxElement_;
-    std::vector<unsigned char> buffer_;
+    // Not zeroed first: a merge's buffers share the whole budget.
+    int64_t size_;
+    std::unique_ptr<unsigned char[]> buffer_;
     int64_t pos_ = 0;
     int64_t fill_ = 0;
     int64_t consumed_ = 0;
