@@ -140,7 +140,8 @@ private:
     Run run_;
 };
 
-// Reads the elements of one run back through a buffer of its own.
+// Reads the elements of one run back through a buffer of its own, or those
+// of the last run, which stays sorted in memory.
 class RunReader {
 public:
     RunReader(const RunFile* file, const Run& run, int64_t bufferSize, int32_t maxElement)
@@ -150,9 +151,16 @@ public:
           maxElement_(maxElement),
           size_(std::max(bufferSize, kSizePrefix + maxElement)),
           buffer_(new unsigned char[static_cast<size_t>(size_)]) {}
+    explicit RunReader(const std::vector<SortElement>* memory)
+        : file_(nullptr), next_(0), end_(0), maxElement_(0), size_(0), memory_(memory) {}
 
     // Moves to the next element; false at the end of the run or on a bad read.
     bool Advance() {
+        if (memory_) {
+            if (static_cast<size_t>(next_) == memory_->size()) return false;
+            current_ = (*memory_)[static_cast<size_t>(next_++)];
+            return true;
+        }
         pos_ += consumed_;
         consumed_ = 0;
         int32_t size;
@@ -199,6 +207,7 @@ private:
     // Not zeroed first: a merge's buffers share the whole budget.
     int64_t size_;
     std::unique_ptr<unsigned char[]> buffer_;
+    const std::vector<SortElement>* memory_ = nullptr;
     int64_t pos_ = 0;
     int64_t fill_ = 0;
     int64_t consumed_ = 0;
@@ -212,11 +221,17 @@ private:
 // needs two).
 class Merger {
 public:
+    // `memory`, when given, is one more run: sorted elements held in memory.
     Merger(CompareFunction compare, const RunFile* file, const std::vector<Run>& runs,
-           int64_t bufferSize, int32_t maxElement)
-        : compare_(compare), k_(runs.size()), loser_(runs.size()), live_(runs.size()) {
+           int64_t bufferSize, int32_t maxElement,
+           const std::vector<SortElement>* memory = nullptr)
+        : compare_(compare),
+          k_(runs.size() + (memory ? 1 : 0)),
+          loser_(k_),
+          live_(k_) {
         readers_.reserve(k_);
         for (const Run& run : runs) readers_.emplace_back(file, run, bufferSize, maxElement);
+        if (memory) readers_.emplace_back(memory);
         for (size_t i = 0; i < k_; ++i) {
             live_[i] = readers_[i].Advance();
             failed_ = failed_ || readers_[i].Failed();
@@ -330,11 +345,22 @@ public:
             state_ = kInMemory;
             return true;
         }
+        // The last run is merged from memory rather than written and read
+        // back, when what it leaves of the budget reads the runs on disk.
+        if (!elements_.empty() &&
+            static_cast<int64_t>(runs_.size()) * kMinRunBuffer <= budget_ - MemoryUsed()) {
+            SortInMemory();
+            merger_ = std::make_unique<Merger>(compare_, &file_, runs_,
+                                               ReadBuffer(runs_.size(), budget_ - MemoryUsed()),
+                                               maxElement_, &elements_);
+            state_ = kMerging;
+            return true;
+        }
         if (!elements_.empty() && !Spill()) return Fail();
         arena_.reset();
         if (!MergeDownTo(FanIn())) return Fail();
-        merger_ = std::make_unique<Merger>(compare_, &file_, runs_, ReadBuffer(runs_.size()),
-                                           maxElement_);
+        merger_ = std::make_unique<Merger>(compare_, &file_, runs_,
+                                           ReadBuffer(runs_.size(), budget_), maxElement_);
         state_ = kMerging;
         return true;
     }
@@ -372,8 +398,9 @@ private:
     size_t FanIn() const {
         return static_cast<size_t>(std::max<int64_t>(2, budget_ / kMinRunBuffer));
     }
-    int64_t ReadBuffer(size_t runs) const {
-        return std::max(kMinRunBuffer, budget_ / static_cast<int64_t>(std::max<size_t>(runs, 1)));
+    // Each run's share of `memory`.
+    static int64_t ReadBuffer(size_t runs, int64_t memory) {
+        return std::max(kMinRunBuffer, memory / static_cast<int64_t>(std::max<size_t>(runs, 1)));
     }
 
     struct Keyed {
@@ -427,7 +454,8 @@ private:
                 size_t last = std::min(first + fanIn, runs_.size());
                 std::vector<Run> group(runs_.begin() + static_cast<std::ptrdiff_t>(first),
                                        runs_.begin() + static_cast<std::ptrdiff_t>(last));
-                Merger merger(compare_, &file_, group, ReadBuffer(group.size()), maxElement_);
+                Merger merger(compare_, &file_, group, ReadBuffer(group.size(), budget_),
+                              maxElement_);
                 RunWriter writer(&file_);
                 int32_t size;
                 const unsigned char* data;

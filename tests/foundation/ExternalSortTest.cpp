@@ -106,6 +106,23 @@ TEST(ExternalSort, MergesManyRunsInSeveralPasses) {
     EXPECT_GT(runs, 100);
 }
 
+// With room to spare in the budget, the last run is merged from memory
+// without being spilled: 17000 elements of 12 bytes fill a 256 KiB budget
+// once (28 bytes each) or three times (52 with a prefix), and the rest
+// leaves room enough to read those runs back.
+TEST(ExternalSort, MergesTheLastRunFromMemory) {
+    std::mt19937 random(11);
+    std::vector<Bytes> input;
+    for (int i = 0; i < 17000; ++i) input.push_back(Element(static_cast<int32_t>(random()), i));
+    std::vector<Bytes> expected = input;
+    std::sort(expected.begin(), expected.end());
+    for (bool prefixed : {false, true}) {
+        int runs = 0;
+        EXPECT_EQ(SortExternally(input, 256 << 10, &runs, prefixed), expected);
+        EXPECT_EQ(runs, prefixed ? 3 : 1);
+    }
+}
+
 TEST(ExternalSort, KeepsEveryElementOfEqualKeys) {
     ExternalSort sort;
     ASSERT_TRUE(sort.Init(CompareKey, 2048, 0));
