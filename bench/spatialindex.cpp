@@ -4,10 +4,14 @@
 //
 // Every query benchmark walks one fixed list of 10,000 random windows, one
 // window an iteration (the scans, slow by nature, take the first few hundred).
+//
+// Beside them, the same index opened and searched by libshp's reader
+// (SBNOpenDiskTree, SBNSearchDiskTree), timed in the same iterations as ours.
 
 #include <benchmark/benchmark.h>
 #include <stdlib.h>
 
+#include <chrono>
 #include <cmath>
 #include <filesystem>
 #include <random>
@@ -19,6 +23,10 @@
 #include "recordfile/VFile.h"
 #include "spatialindex/BinIndex.h"
 #include "spatialindex/BinIndexBuilder.h"
+
+#ifdef QUILLET_HAVE_LIBSHP
+#include <shapefil.h>
+#endif
 
 namespace {
 
@@ -150,6 +158,95 @@ void BM_LinearScan(benchmark::State& state, double areaFraction) {
         benchmark::Counter(static_cast<double>(found), benchmark::Counter::kAvgIterations);
 }
 
+// Ours against libshp's reader of the same index, in the same run: the ratio
+// counter is libshp's time over ours, so above 1 means we are faster.
+
+using Clock = std::chrono::steady_clock;
+
+double Seconds(Clock::time_point since) {
+    return std::chrono::duration<double>(Clock::now() - since).count();
+}
+
+void ReportRatio(benchmark::State& state, double ours, double peer) {
+    state.counters["ours_ms"] = benchmark::Counter(ours * 1e3 / static_cast<double>(state.iterations()));
+    state.counters["libshp_ms"] = benchmark::Counter(peer * 1e3 / static_cast<double>(state.iterations()));
+    state.counters["ratio"] = benchmark::Counter(ours > 0 ? peer / ours : 0);
+}
+
+#ifdef QUILLET_HAVE_LIBSHP
+
+void BM_OpenVersusLibshp(benchmark::State& state) {
+    Data& data = Data::Get();
+    auto path = data.Path("layer.sbn");
+    double ours = 0;
+    double peer = 0;
+    for (auto _ : state) {
+        auto start = Clock::now();
+        {
+            quillet::BinIndex index(Wide(path).c_str());
+            benchmark::DoNotOptimize(index.GetBinCount());
+        }
+        ours += Seconds(start);
+        start = Clock::now();
+        SBNSearchHandle handle = SBNOpenDiskTree(path.string().c_str(), nullptr);
+        if (!handle) state.SkipWithError("libshp could not open the index");
+        if (handle) SBNCloseDiskTree(handle);
+        peer += Seconds(start);
+    }
+    ReportRatio(state, ours, peer);
+}
+
+// Each iteration runs the same 1,000 windows through both readers.
+void BM_SearchVersusLibshp(benchmark::State& state, double areaFraction) {
+    Data& data = Data::Get();
+    auto windows = Windows(areaFraction);
+    windows.resize(1000);
+    SBNSearchHandle handle = SBNOpenDiskTree(data.Path("layer.sbn").string().c_str(), nullptr);
+    if (!handle) {
+        state.SkipWithError("libshp could not open the index");
+        return;
+    }
+    double ours = 0;
+    double peer = 0;
+    int64_t oursFound = 0;
+    int64_t peerFound = 0;
+    quillet::RecNumSet result;
+    for (auto _ : state) {
+        auto start = Clock::now();
+        for (const auto& w : windows) {
+            quillet::Envelope query(w);
+            result.Clear();
+            oursFound += data.index().Search(&query, &result);
+        }
+        ours += Seconds(start);
+        start = Clock::now();
+        for (const auto& w : windows) {
+            double min[4] = {w.XMin, w.YMin, 0, 0};
+            double max[4] = {w.XMax, w.YMax, 0, 0};
+            int count = 0;
+            int* ids = SBNSearchDiskTree(handle, min, max, &count);
+            peerFound += count;
+            SBNSearchFreeIds(ids);
+        }
+        peer += Seconds(start);
+    }
+    SBNCloseDiskTree(handle);
+    ReportRatio(state, ours, peer);
+    auto perIteration = static_cast<double>(state.iterations() * 1000);
+    state.counters["ours_found"] = benchmark::Counter(static_cast<double>(oursFound) / perIteration);
+    state.counters["libshp_found"] = benchmark::Counter(static_cast<double>(peerFound) / perIteration);
+}
+
+#else
+
+void BM_OpenVersusLibshp(benchmark::State& state) {
+    state.SkipWithError("libshp (shapefil.h) was not found at build time: no comparison");
+}
+
+void BM_SearchVersusLibshp(benchmark::State& state, double) { BM_OpenVersusLibshp(state); }
+
+#endif
+
 }  // namespace
 
 // The build writes files: its rate is taken over the wall clock.
@@ -160,5 +257,9 @@ BENCHMARK_CAPTURE(BM_IndexQuery, area_1pct, 0.01)->Unit(benchmark::kMicrosecond)
 BENCHMARK_CAPTURE(BM_LinearScan, area_1pct, 0.01)->Unit(benchmark::kMicrosecond)->Iterations(300);
 BENCHMARK_CAPTURE(BM_IndexQuery, area_10pct, 0.1)->Unit(benchmark::kMicrosecond)->Iterations(2000);
 BENCHMARK_CAPTURE(BM_LinearScan, area_10pct, 0.1)->Unit(benchmark::kMicrosecond)->Iterations(300);
+BENCHMARK(BM_OpenVersusLibshp)->Unit(benchmark::kMillisecond)->Iterations(20);
+BENCHMARK_CAPTURE(BM_SearchVersusLibshp, area_0_01pct, 0.0001)->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK_CAPTURE(BM_SearchVersusLibshp, area_1pct, 0.01)->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK_CAPTURE(BM_SearchVersusLibshp, area_10pct, 0.1)->Unit(benchmark::kMillisecond)->Iterations(1);
 
 BENCHMARK_MAIN();
