@@ -197,6 +197,29 @@ TEST(BinGridTest, BoxesThatTouchOverlap) {
     EXPECT_TRUE(IsOver(Box(0, 0, 255, 255), Box(5, 5, 6, 6)));  // b inside a
 }
 
+// Boxes read from a file may have a minimum above their maximum; the rule for
+// them is pinned on every ordering of four values on one axis (the other
+// axis spans the grid).
+TEST(BinGridTest, BoxesWithMinimumAboveMaximumFollowTheSameRule) {
+    const int values[] = {3, 5, 7, 9};
+    for (int aMin : values) {
+        for (int aMax : values) {
+            for (int bMin : values) {
+                for (int bMax : values) {
+                    bool expected = (bMin >= aMin && bMin <= aMax) ||
+                                    (bMax >= aMin && bMax <= aMax) ||
+                                    (aMin >= bMin && aMax <= bMax);
+                    EXPECT_EQ(IsOver(Box(aMin, 0, aMax, 255), Box(bMin, 0, bMax, 255)), expected)
+                        << aMin << " " << aMax << " " << bMin << " " << bMax;
+                }
+            }
+        }
+    }
+    // Over, though comparing each minimum with the other maximum would say not.
+    EXPECT_TRUE(IsOver(Box(10, 0, 0, 255), Box(3, 0, 5, 255)));
+    EXPECT_FALSE(IsOver(Box(10, 0, 0, 255), Box(12, 0, 20, 255)));
+}
+
 // Ties round to even; the reader rounds 1 + x where the builder adds 1 to the
 // rounded x, and only the builder turns a maximum it cannot convert into 255.
 // Out of range, both keep the low 8 bits of what they convert.
