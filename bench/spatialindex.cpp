@@ -161,6 +161,8 @@ void BM_LinearScan(benchmark::State& state, double areaFraction) {
 // Ours against libshp's reader of the same index, in the same run: the ratio
 // counter is libshp's time over ours, so above 1 means we are faster.
 
+#ifdef QUILLET_HAVE_LIBSHP
+
 using Clock = std::chrono::steady_clock;
 
 double Seconds(Clock::time_point since) {
@@ -172,8 +174,6 @@ void ReportRatio(benchmark::State& state, double ours, double peer) {
     state.counters["libshp_ms"] = benchmark::Counter(peer * 1e3 / static_cast<double>(state.iterations()));
     state.counters["ratio"] = benchmark::Counter(ours > 0 ? peer / ours : 0);
 }
-
-#ifdef QUILLET_HAVE_LIBSHP
 
 void BM_OpenVersusLibshp(benchmark::State& state) {
     Data& data = Data::Get();
