@@ -15,6 +15,7 @@
 
 #include "foundation/Descriptor.h"
 #include "foundation/FaultInjection.h"
+#include "foundation/HeldFiles.h"
 #include "foundation/MappingGuard.h"
 #include "foundation/Win32Error.h"
 #include "foundation/Win32File.h"
@@ -141,7 +142,7 @@ int File::Create(int, int) {
     if (!OpenDescriptor(O_RDWR | O_CREAT, false, true, false)) return 0;
     // Emptied only once the lock is held, so that a file in use elsewhere
     // keeps its contents.
-    if (::ftruncate(fd_, 0) != 0) {
+    if (!(writeMap_.IsMapped() ? writeMap_.SetLength(0) : ::ftruncate(fd_, 0) == 0)) {
         int err = errno;
         Close();
         return FailFromErrno(err);
@@ -181,6 +182,9 @@ int File::OpenDescriptor(int flags, bool readOnly, bool exclusiveLock, bool othe
     }
     Adopt(fd, readOnly, othersMayWrite);
     if (readOnly_ && !othersMayWrite_) MapIfWorthIt();
+    // A file held across several opens of this process may change under
+    // another of them, which a mapping would not see.
+    if (exclusiveLock && !HeldFiles::ContainsDescriptor(fd_)) writeMap_.Map(fd_);
     return Succeed();
 }
 
@@ -188,6 +192,7 @@ int File::Close() {
     if (fd_ < 0) return 1;
     bool flushed = FlushWriteBuffer();
     Unmap();
+    writeMap_.Unmap();
     // Closing the description also releases its lock.
     if (::close(fd_) != 0 && flushed) flushed = FailFromErrno(errno, kWriteFailed);
     fd_ = -1;
@@ -230,7 +235,10 @@ int File::SeekEx(int64_t offset, MoveMethod method) {
     }
     int64_t target;
     if (__builtin_add_overflow(base, offset, &target) || target < 0) return Fail(kSeekFailed);
-    if (writeFill_ > 0 && target != writeStart_ + writeFill_ && !FlushWriteBuffer()) return 0;
+    if (writeFill_ > 0 && !writeMap_.IsMapped() && target != writeStart_ + writeFill_ &&
+        !FlushWriteBuffer()) {
+        return 0;
+    }
     if (othersMayWrite_) bufferFill_ = 0;
     position_ = target;
     return Succeed();
@@ -244,6 +252,7 @@ int File::Read(void* buffer, int n) {
         return 0;
     }
     if (FaultInjection::ShouldFail(FaultInjection::kRead)) return FailFromErrno(EIO, kReadFailed);
+    if (writeMap_.IsMapped()) return ReadWriteMapped(static_cast<unsigned char*>(buffer), n);
     if (writeFill_ > 0 && !FlushWriteBuffer()) return 0;
     // Sequential reading mostly finds all n bytes at hand.
     if (map_ && !mapCut_ && position_ <= mapLength_ - n) {
@@ -323,13 +332,16 @@ int File::Write(const void* buffer, int n) {
     }
     if (FaultInjection::ShouldFail(FaultInjection::kWrite)) return FailFromErrno(ENOSPC);
     if (position_ > std::numeric_limits<int64_t>::max() - n) return Fail(kSeekFailed);
+    const auto* data = static_cast<const unsigned char*>(buffer);
+    if (writeMap_.IsMapped() && position_ + n <= writeMap_.Length()) {
+        return WriteWriteMapped(data, n);
+    }
     bool contiguous = writeFill_ == 0 || position_ == writeStart_ + writeFill_;
     if ((!contiguous || writeFill_ + n > kBufferSize) && !FlushWriteBuffer()) return 0;
 
-    const auto* data = static_cast<const unsigned char*>(buffer);
     if (bufferFill_ > 0) PatchReadBuffer(position_, data, n);
     if (n >= kBufferSize) {
-        if (!WriteAt(fd_, data, static_cast<size_t>(n), position_)) {
+        if (!WriteThrough(data, static_cast<size_t>(n), position_)) {
             return FailFromErrno(errno, kWriteFailed);
         }
     } else {
@@ -358,10 +370,41 @@ bool File::FlushWriteBuffer() {
     // failure is reported once, here, and not again at every later call.
     writeFill_ = 0;
     if (FaultInjection::ShouldFail(FaultInjection::kFlush)) return FailFromErrno(ENOSPC);
-    if (!WriteAt(fd_, writeBuffer_.get(), static_cast<size_t>(fill), writeStart_)) {
+    if (!WriteThrough(writeBuffer_.get(), static_cast<size_t>(fill), writeStart_)) {
         return FailFromErrno(errno, kWriteFailed);
     }
     return true;
+}
+
+bool File::WriteThrough(const unsigned char* data, size_t n, int64_t at) {
+    return writeMap_.IsMapped() ? writeMap_.Write(data, n, at) : WriteAt(fd_, data, n, at);
+}
+
+int File::ReadWriteMapped(unsigned char* out, int n) {
+    // Buffered bytes, and the gap before them, are in the file only once
+    // written.
+    bool pending = OverlapsWriteBuffer(position_, n) ||
+                   (writeFill_ > 0 && position_ + n > writeMap_.Length());
+    if (pending && !FlushWriteBuffer()) return 0;
+    auto got = static_cast<int>(writeMap_.Read(out, static_cast<size_t>(n), position_));
+    position_ += got;
+    if (got < n) {
+        Fail(kReadFailed);
+    } else {
+        Succeed();
+    }
+    return got;
+}
+
+int File::WriteWriteMapped(const unsigned char* data, int n) {
+    // Bytes still buffered for the same place would overwrite these later.
+    if (OverlapsWriteBuffer(position_, n) && !FlushWriteBuffer()) return 0;
+    if (!writeMap_.Write(data, static_cast<size_t>(n), position_)) {
+        return FailFromErrno(errno, kWriteFailed);
+    }
+    position_ += n;
+    Succeed();
+    return n;
 }
 
 int32_t File::GetMemory(void** out, int32_t n) {
@@ -406,6 +449,10 @@ int64_t File::GetLengthEx() {
         Fail(kNotOpen);
         return -1;
     }
+    if (writeMap_.IsMapped()) {
+        Succeed();
+        return std::max(writeMap_.Length(), writeFill_ > 0 ? writeStart_ + writeFill_ : 0);
+    }
     struct stat st{};
     if (::fstat(fd_, &st) != 0) {
         FailFromErrno(errno);
@@ -428,7 +475,8 @@ int File::SetLengthEx(int64_t length) {
     if (::fstat(fd_, &st) != 0) return FailFromErrno(errno);
     if (length < MappedFiles::Longest(IdentityOf(st))) return Fail(kSharingViolation);
     if (!FlushWriteBuffer()) return 0;
-    if (::ftruncate(fd_, length) != 0) return FailFromErrno(errno, kWriteFailed);
+    bool cut = writeMap_.IsMapped() ? writeMap_.SetLength(length) : ::ftruncate(fd_, length) == 0;
+    if (!cut) return FailFromErrno(errno, kWriteFailed);
     // Bytes past the new end are gone, and bytes added read as zeros, which
     // the buffer never held.
     bufferFill_ = static_cast<int32_t>(std::clamp<int64_t>(length - bufferStart_, 0, bufferFill_));

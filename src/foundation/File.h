@@ -40,6 +40,7 @@
 #include <string>
 
 #include "foundation/Export.h"
+#include "foundation/HandleMapping.h"
 
 namespace quillet {
 
@@ -97,6 +98,16 @@ public:
     int Read(void* buffer, int n);
     int Write(const void* buffer, int n);
 
+    // Other opens of this process may change the file from now on (it is
+    // held across several of them): no mapping for writing, which would not
+    // see their changes.
+    void ShareWithinProcess() { writeMap_.Unmap(); }
+    // A hint that the n bytes at `at` are about to be read and then written;
+    // an open mapped for writing maps their pages for writing at once.
+    void WillWrite(int64_t at, int32_t n) const {
+        if (n > 0) writeMap_.PrepareWrite(at, static_cast<size_t>(n));
+    }
+
     // For a mapped file: *out points at the n bytes at the position, which
     // advances; the result is n, or fewer at the end of the file. Pointers stay
     // valid until Close. On an unmapped file the result is 0.
@@ -122,6 +133,14 @@ private:
     // Takes an open descriptor as this object's, with empty buffers.
     void Adopt(int fd, bool readOnly, bool othersMayWrite);
     bool FlushWriteBuffer();
+    // Writes through the descriptor, or the writable mapping when there is one.
+    bool WriteThrough(const unsigned char* data, size_t n, int64_t at);
+    // Read and Write of an open mapped for writing.
+    int ReadWriteMapped(unsigned char* out, int n);
+    int WriteWriteMapped(const unsigned char* data, int n);
+    bool OverlapsWriteBuffer(int64_t at, int64_t n) const {
+        return writeFill_ > 0 && at < writeStart_ + writeFill_ && at + n > writeStart_;
+    }
     int32_t ReadBuffered(unsigned char* out, int32_t n);
     // Keeps the read buffer equal to the file after a write of [at, at + n).
     void PatchReadBuffer(int64_t at, const unsigned char* data, int32_t n);
@@ -164,6 +183,8 @@ private:
     uint64_t mapInode_ = 0;
     int mapSlot_ = -1;     // the mapping's MappingGuard slot
     bool mapCut_ = false;  // a Read found the mapping cut: reads go through the descriptor
+    // The mapping of an exclusive writable open; unmapped otherwise.
+    HandleMapping writeMap_;
 };
 
 // Whether a file (not a directory) exists at the path.

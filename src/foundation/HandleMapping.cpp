@@ -34,6 +34,12 @@ bool HandleMapping::Map(int fd) {
     size_t capacity = std::max(kFirstReach, PageRound(st.st_size));
     void* map = ::mmap(nullptr, capacity, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
     if (map == MAP_FAILED) return false;
+    slot_ = MappingGuard::Register(map, capacity);
+    if (slot_ < 0) {
+        // Unguarded, a cut of the file would kill the process.
+        ::munmap(map, capacity);
+        return false;
+    }
     fd_ = fd;
     base_ = static_cast<unsigned char*>(map);
     capacity_ = capacity;
@@ -42,15 +48,24 @@ bool HandleMapping::Map(int fd) {
 }
 
 void HandleMapping::Unmap() {
+    MappingGuard::Unregister(slot_);
+    slot_ = -1;
     if (base_) ::munmap(base_, capacity_);
     base_ = nullptr;
     capacity_ = 0;
 }
 
-size_t HandleMapping::Read(unsigned char* out, size_t n, int64_t at) const {
+size_t HandleMapping::Read(unsigned char* out, size_t n, int64_t at) {
     if (n == 0 || at >= length_) return 0;
     size_t count = std::min(n, static_cast<size_t>(length_ - at));
     std::memcpy(out, base_ + at, count);
+    if (WasCut()) {
+        // Zeros were read where the file lost pages: the descriptor tells
+        // what it holds now, here and from now on.
+        Unmap();
+        int64_t got = ReadAt(fd_, out, n, at);
+        return got < 0 ? 0 : static_cast<size_t>(got);
+    }
     return count;
 }
 
@@ -64,13 +79,27 @@ bool HandleMapping::Write(const unsigned char* data, size_t n, int64_t at) {
     int64_t end = at + static_cast<int64_t>(n);
     if (end <= length_) {
         std::memcpy(base_ + at, data, n);
-        return true;
+        if (!WasCut()) return true;
+        Unmap();
+        errno = EIO;
+        return false;
     }
     if (at > length_ && !Extend(at)) return false;
     if (!WriteAt(fd_, data, n, at)) return Resync();
     length_ = end;
     Reach(length_);
     return true;
+}
+
+void HandleMapping::PrepareWrite(int64_t at, size_t n) const {
+    if (!base_ || at < 0 || at >= length_) return;
+    auto page = static_cast<int64_t>(::sysconf(_SC_PAGESIZE));
+    int64_t end = std::min(length_, at + static_cast<int64_t>(n));
+    // Adding nothing is a write to the processor, so the page faults in
+    // writable at once; the bytes stay as they are.
+    for (int64_t touch = at; touch < end; touch = (touch / page + 1) * page) {
+        __atomic_fetch_add(static_cast<volatile unsigned char*>(base_ + touch), 0, __ATOMIC_RELAXED);
+    }
 }
 
 bool HandleMapping::SetLength(int64_t length) {
@@ -103,6 +132,13 @@ bool HandleMapping::Resync() {
 
 void HandleMapping::Reach(int64_t length) {
     if (static_cast<size_t>(length) <= capacity_) return;
+    // A cut map is done with; its owner has been told at the access.
+    if (WasCut()) {
+        Unmap();
+        return;
+    }
+    MappingGuard::Unregister(slot_);
+    slot_ = -1;
     size_t capacity = std::max(2 * capacity_, PageRound(length));
     void* map = ::mremap(base_, capacity_, capacity, MREMAP_MAYMOVE);
     if (map == MAP_FAILED) {
@@ -112,6 +148,8 @@ void HandleMapping::Reach(int64_t length) {
     }
     base_ = static_cast<unsigned char*>(map);
     capacity_ = capacity;
+    slot_ = MappingGuard::Register(base_, capacity_);
+    if (slot_ < 0) Unmap();
 }
 
 bool HandleMapping::Sync() const {

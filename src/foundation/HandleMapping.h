@@ -12,9 +12,15 @@
 // descriptor, so that a full disk is an error returned rather than a fault in
 // the map; for the same reason a file with holes is not mapped, and the gap
 // that an extension leaves gets its blocks reserved.
+//
+// A program that takes no lock may still cut the file. The map is guarded
+// (see MappingGuard), so that touching a lost page does not kill the process;
+// the owner asks WasCut after each access, and stops using a cut map.
 
 #include <cstddef>
 #include <cstdint>
+
+#include "foundation/MappingGuard.h"
 
 namespace quillet {
 
@@ -30,12 +36,20 @@ public:
     bool Map(int fd);
     void Unmap();
     bool IsMapped() const { return base_ != nullptr; }
+    // Whether an access met a page that another program cut from the file:
+    // what it wrote went nowhere, and what it read was zeros.
+    bool WasCut() const { return slot_ >= 0 && MappingGuard::FirstFault(slot_) >= 0; }
     int64_t Length() const { return length_; }
 
-    // Copies up to n bytes at `at`, fewer at the end; the count.
-    size_t Read(unsigned char* out, size_t n, int64_t at) const;
+    // Copies up to n bytes at `at`, fewer at the end; the count. Read and
+    // Write of a map they find cut unmap it and go on through the descriptor.
+    size_t Read(unsigned char* out, size_t n, int64_t at);
     // False with errno set when the bytes could not be written.
     bool Write(const unsigned char* data, size_t n, int64_t at);
+    // Maps the pages of [at, at + n) for writing now (those inside the file):
+    // a page mapped first for a read and then for a write costs several
+    // times one mapped for the write at once.
+    void PrepareWrite(int64_t at, size_t n) const;
     // Truncates or extends the file to `length`.
     bool SetLength(int64_t length);
     // Writes the changed pages to the disk.
@@ -55,6 +69,7 @@ private:
     unsigned char* base_ = nullptr;
     size_t capacity_ = 0;
     int64_t length_ = 0;
+    int slot_ = -1;  // the map's MappingGuard slot
 };
 
 }  // namespace quillet

@@ -71,7 +71,9 @@ struct MappingGuardAccess {
             uintptr_t end = slot.end.load(std::memory_order_acquire);
             if (address >= end || slot.begin.load(std::memory_order_acquire) != begin) continue;
             uintptr_t page = address & ~(g_pageSize - 1);
-            void* zeros = mmap(reinterpret_cast<void*>(page), g_pageSize, PROT_READ,
+            // Writable too, so that a write into a lost page of a map for
+            // writing goes on as well; its owner then reports it lost.
+            void* zeros = mmap(reinterpret_cast<void*>(page), g_pageSize, PROT_READ | PROT_WRITE,
                                MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0);
             if (zeros == MAP_FAILED) return false;
             LowerTo(slot.firstFault, static_cast<int64_t>(page - begin));

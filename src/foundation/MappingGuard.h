@@ -1,11 +1,11 @@
 #pragma once
 
-// MappingGuard: keeps this process alive when a file it maps for reading is
-// cut by another program. Internal to the library.
+// MappingGuard: keeps this process alive when a file it maps is cut by
+// another program. Internal to the library.
 //
 // Reading a page of a shared file mapping that lies wholly past the file's
 // end raises SIGBUS, which kills a process that does not handle it. A File
-// registers each read-only mapping it makes here. The first registration
+// registers each mapping it makes here. The first registration
 // installs a SIGBUS handler for the whole process; for a fault inside a
 // registered mapping it maps an anonymous page of zeros over the faulting
 // page, so that the read goes on and reads zeros, and notes in the mapping's

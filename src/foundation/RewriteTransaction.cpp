@@ -42,6 +42,7 @@ bool RewriteTransaction::Begin(const std::vector<std::wstring>& files) {
         }
         identities_.push_back(IdentityOfPath(files[i]));
         HeldFiles::Add(identities_.back());
+        file->ShareWithinProcess();
         saved.push_back(file.get());
         held_.push_back(std::move(file));
     }

@@ -1,5 +1,5 @@
 // A mapped file cut by another program that takes no lock (truncate): the
-// reader must not die of SIGBUS, and gets read failures instead (issue 16).
+// reader or writer must not die of SIGBUS, and gets failures instead.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -81,6 +82,35 @@ TEST_F(FileCutTest, AReaderOfAMappedFileCutByAnotherProgramGetsReadFailuresNotSI
     EXPECT_EQ(file->GetMemory(&memory, 16), 0);
     EXPECT_EQ(file->GetLastError(), File::kReadFailed);
     EXPECT_TRUE(file->Close());
+}
+
+// A writer that holds the file alone maps it for writing: a cut there makes
+// writes and reads of the lost pages fail, and the rest go on.
+TEST_F(FileCutTest, AWriterOfAMappedFileCutByAnotherProgramGetsFailuresNotSIGBUS) {
+    const size_t page = PageSize();
+    const auto pageOffset = [&](size_t n) { return static_cast<int64_t>(n * page); };
+    test::WriteBytes(dir_ / "data.bin", Sequence(6 * page));
+    File file(dir_.Wide("data.bin").c_str());
+    ASSERT_TRUE(file.Open(0, 1, 0, 0, 0));
+    Bytes data(16, 0xAB);
+    ASSERT_TRUE(file.SeekEx(pageOffset(5), File::kBegin));
+    ASSERT_EQ(file.Write(data.data(), 16), 16);
+    ASSERT_EQ(::truncate((dir_ / "data.bin").c_str(), static_cast<off_t>(2 * page)), 0);
+
+    file.WillWrite(pageOffset(4), 16);
+    ASSERT_TRUE(file.SeekEx(pageOffset(4), File::kBegin));
+    EXPECT_EQ(file.Write(data.data(), 16), 0);
+    EXPECT_EQ(file.GetLastError(), File::kWriteFailed);
+    Bytes out(16);
+    ASSERT_TRUE(file.SeekEx(pageOffset(5), File::kBegin));
+    EXPECT_EQ(file.Read(out.data(), 16), 0);
+    EXPECT_EQ(file.GetLastError(), File::kReadFailed);
+    ASSERT_TRUE(file.SeekEx(8, File::kBegin));
+    EXPECT_EQ(file.Write(data.data(), 16), 16);
+    EXPECT_TRUE(file.Close());
+    Bytes after = test::ReadBytes(dir_ / "data.bin");
+    ASSERT_EQ(after.size(), 2 * page);
+    EXPECT_TRUE(std::equal(data.begin(), data.end(), after.begin() + 8));
 }
 
 TEST_F(FileCutTest, AFaultOutsideTheLibrarysMappingsStillEndsTheProcess) {
