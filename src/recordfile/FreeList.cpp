@@ -60,7 +60,8 @@ HRESULT FreeList::File::Open(OpenOptions options) {
     // A new file is made and closed first, so that the open that stays holds
     // the shared lock that lets other processes use the list too.
     if (!exists && (!handle->Create(1, 0) || !handle->Close())) return S_SystemFailure();
-    if (!handle->Open(0, 1, 1, 1, 0)) return S_SystemFailure();
+    int share = shared ? 1 : 0;
+    if (!handle->Open(0, 1, share, share, 0)) return S_SystemFailure();
     handle_ = std::move(handle);
     return S_OK;
 }

@@ -94,6 +94,9 @@ public:
         const FileSystemPath& GetPath() const { return path_; }
         int32_t positionLength;
         int32_t firstFreePage = -1;
+        // Whether the next Open lets other processes read and write the
+        // list meanwhile (they do by default).
+        bool shared = true;
 
     private:
         HRESULT SeekTo(int64_t offset);
@@ -183,6 +186,9 @@ public:
     const Category& GetCategory(int32_t index) const { return directory_[index]; }
     int32_t GetFirstFreePage() const { return file_.firstFreePage; }
     const FileSystemPath& GetPath() const { return file_.GetPath(); }
+    // An owner that holds its data file alone may hold the list alone too,
+    // which lets the list be mapped; taken at the next Open.
+    void SetShared(bool shared) { file_.shared = shared; }
     // Every block of every chain, for checks of the data file against the
     // list. A chain that loops or leaves the file is E_FAIL.
     HRESULT ListBlocks(std::vector<FreeBlock>& blocks);

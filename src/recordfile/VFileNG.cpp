@@ -99,6 +99,8 @@ void VFileNG::SetPointerLength(int32_t pointerLength) {
 
 FreeList& VFileNG::EnsureFreeList() {
     if (!freeList_) freeList_ = std::make_unique<FreeList>(path_.c_str(), header_.pointerLength);
+    // No other process can open the data file, so none needs its list.
+    freeList_->SetShared(share_ || shareWrites_);
     return *freeList_;
 }
 
@@ -228,6 +230,10 @@ bool VFileNG::SetSharing(bool share) {
     if (!file_->Open(mode_ == kReadOnly, 1, share_, shareWrites_, 0)) return FailFromFile();
     cachedHeaderPosition_ = 0;
     if (!index_.SetSharing(share_, shareWrites_)) return Fail(index_.GetLastError());
+    if (GetFreeList()) {
+        freeList_->Close();
+        EnsureFreeList().Open(FreeList::OpenExisting);
+    }
     return true;
 }
 
@@ -302,6 +308,7 @@ int64_t VFileNG::GetFreeDataBlock(int32_t blockLength) {
     FreeList& list = EnsureFreeList();
     int64_t position = 0;
     list.GetBlock(blockLength, position);
+    WillRewriteHeader(position);
     RecordHeader found;
     // The list is a cache that may be stale or damaged: only a deleted block
     // inside the data, large enough, is taken.
@@ -485,6 +492,7 @@ bool VFileNG::UpdateRecord(int32_t n, const unsigned char* data, int32_t length)
     if (index_.IsReservedRecordNumber(n)) return InsertRecordWithId(n, data, length);
     if (!index_.IsValidRecordNumber(n) || index_.IsRecordDeleted(n)) return Fail(kErrorNoRecord);
     int64_t position = index_.GetFilePosition(n);
+    WillRewriteHeader(position);
     int32_t old = GetRecordLength(n);
     if (position < dataStart_ || cachedHeader_.size < 0) return Fail(kErrorCorrupt);
     bool last = position + recordHeaderLength_ + old == header_.endOfData;
@@ -506,6 +514,7 @@ bool VFileNG::DeleteRecord(int32_t n) {
     int64_t position = index_.GetFilePosition(n);
     if (position < 0) return index_.RemoveReservedRecordNumber(n);
     if (!IsValidFilePosition(position, 0)) return true;
+    WillRewriteHeader(position);
     int32_t old = GetRecordLength(n);
     // A damaged entry must not stamp a deleted header into another block.
     if (!ReadRecordHeader(position) || cachedHeader_.size < 0 ||

@@ -180,6 +180,10 @@ private:
     bool HeaderIsPlausible(int64_t fileLength) const;
     bool ReadRecordHeader(int64_t position);
     bool WriteRecordHeader(int64_t position, const RecordHeader& header);
+    // The block header at `position` is about to be read and rewritten.
+    void WillRewriteHeader(int64_t position) const {
+        if (position >= dataStart_) file_->WillWrite(position, recordHeaderLength_);
+    }
     bool RequireWritable();
     FreeList& EnsureFreeList();
     int64_t GetFreeDataBlock(int32_t blockLength);
