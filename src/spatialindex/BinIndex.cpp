@@ -1,12 +1,12 @@
 #include "spatialindex/BinIndex.h"
 
 #include <algorithm>
-#include <cstring>
 #include <mutex>
 #include <new>
 
 #include "foundation/File.h"
 #include "recordfile/VFile.h"
+#include "spatialindex/EntryScan.h"
 
 namespace quillet {
 
@@ -22,41 +22,6 @@ int64_t S_FileLength(const FileSystemPath& path) {
     int64_t length = file.GetLengthEx();
     file.Close();
     return length;
-}
-
-// The entries AddOverlapping tests at a time.
-constexpr int32_t kEntriesPerBatch = 64;
-
-// Adds the feature numbers of those of the `entries` (at most
-// kEntriesPerBatch) feature entries at `in` whose boxes overlap `query`, in
-// file order, and returns how many it added. All boxes are tested first, in a
-// loop without a branch that the compiler can vectorise: a small window's
-// search spends its time testing entries of the large bins that do not meet
-// it, one mispredicted branch after another when tested one by one.
-int32_t AddOverlapping(const unsigned char* in, int32_t entries, const SearchBox& query,
-                       bool bigEndian, RecNumSet* result) {
-    // One byte a flag, 0 or 1; the tail past `entries` stays 0.
-    unsigned char over[kEntriesPerBatch] = {};
-    for (int32_t i = 0; i < entries; ++i) {
-        const unsigned char* entry = in + i * BinFeatureRec::kLength;
-        over[i] = IsOver(GridBox{entry[0], entry[1], entry[2], entry[3]}, query);
-    }
-    // Few entries overlap a small window: the flags are skipped eight at a
-    // time while they are all clear.
-    int32_t added = 0;
-    for (int32_t word = 0; word < entries; word += 8) {
-        uint64_t flags;
-        std::memcpy(&flags, over + word, sizeof flags);
-        if (flags == 0) continue;
-        for (int32_t i = word; i < word + 8; ++i) {
-            if (!over[i]) continue;
-            BinFeatureRec feature;
-            feature.DecodeFrom(in + i * BinFeatureRec::kLength, bigEndian);
-            result->Add(feature.featureNumber);
-            ++added;
-        }
-    }
-    return added;
 }
 
 }  // namespace
@@ -182,11 +147,7 @@ void BinIndex::ReadCellMapRecord(int32_t bin, const SearchBox& query, RecNumSet*
         const unsigned char* record = file_->ViewRecord(n, &length);
         int32_t entries = record ? std::min(length / BinFeatureRec::kLength, remaining) : 0;
         if (entries <= 0) return;
-        for (int32_t first = 0; first < entries; first += kEntriesPerBatch) {
-            count += AddOverlapping(record + first * BinFeatureRec::kLength,
-                                    std::min(kEntriesPerBatch, entries - first), query, bigEndian,
-                                    result);
-        }
+        count += AddEntriesOver(record, entries, query, bigEndian, result);
         remaining -= entries;
     }
 }
