@@ -60,15 +60,18 @@ unsigned S_OverMask4(const unsigned char* p, const SearchBox& q) {
 
 // Adds the entries of the first four at `p` whose bits are set in `mask`.
 int32_t S_AddMasked(const unsigned char* p, unsigned mask, bool bigEndian, RecNumSet* result) {
-    for (unsigned m = mask; m != 0; m &= m - 1) {
+    int32_t added = 0;
+    for (unsigned m = mask; m != 0; m &= m - 1, ++added) {
         BinFeatureRec feature;
         feature.DecodeFrom(p + std::countr_zero(m) * BinFeatureRec::kLength, bigEndian);
         result->Add(feature.featureNumber);
     }
-    return std::popcount(mask);
+    return added;
 }
 
-int32_t S_AddOrdered(const unsigned char* entries, int32_t count, const SearchBox& query,
+// The query by value: a copy that the result set cannot alias stays in
+// registers across the adds.
+int32_t S_AddOrdered(const unsigned char* entries, int32_t count, const SearchBox query,
                      bool bigEndian, RecNumSet* result) {
     int32_t added = 0;
     int32_t i = 0;
