@@ -648,20 +648,49 @@ bool VFile::GetMemory(int32_t n, void** out, int32_t* length) {
     return true;
 }
 
-unsigned char* VFile::GetRecordBuffer(int32_t n) {
-    void* memory = nullptr;
-    int32_t length = 0;
-    if (IsMemoryMapped()) return GetMemory(n, &memory, &length) ? static_cast<unsigned char*>(memory) : nullptr;
-    int32_t position = 0;
-    if (!LocateRecord(n, position, length)) return nullptr;
-    // The length was checked against the file's size, so it may size the buffer.
+// `length` bytes of the data file at `position`: in the mapping when there is
+// one, else read into the object's buffer. Null on a failure.
+unsigned char* VFile::DataBytesAt(int32_t position, int32_t length) {
+    if (IsMemoryMapped()) {
+        void* memory = nullptr;
+        if (!SeekTo(*data_, position) || data_->GetMemory(&memory, length) != length) {
+            FailFromFile(*data_);
+            return nullptr;
+        }
+        return static_cast<unsigned char*>(memory);
+    }
+    // Callers checked the length against the file's size, so it may size the buffer.
     if (buffer_.size() < static_cast<size_t>(length)) buffer_.resize(static_cast<size_t>(length));
     if (!ReadAt(*data_, position, buffer_.data(), length)) {
         FailFromFile(*data_);
         return nullptr;
     }
-    current_ = n;
     return buffer_.data();
+}
+
+unsigned char* VFile::GetRecordBuffer(int32_t n) {
+    int32_t position = 0;
+    int32_t length = 0;
+    if (!LocateRecord(n, position, length)) return nullptr;
+    unsigned char* bytes = DataBytesAt(position, length);
+    if (bytes) current_ = n;
+    return bytes;
+}
+
+const unsigned char* VFile::ViewRecord(int32_t n, int32_t* length) {
+    int32_t position = 0;
+    if (!length || !LocateRecord(n, position, *length)) return nullptr;
+    // A fixed-length record's deletion mark was read by LocateRecord; a
+    // variable-length record's header sits just before its data.
+    int32_t head = IsVariableLength() ? kRecordHeaderLength : 0;
+    const unsigned char* bytes = DataBytesAt(position - head, *length + head);
+    if (!bytes) return nullptr;
+    current_ = n;
+    if (head > 0 && DecodeInt(bytes + 4, type_) <= 0) {
+        currentDeleted_ = true;
+        return nullptr;
+    }
+    return bytes + head;
 }
 
 // ---- whole-file operations ----

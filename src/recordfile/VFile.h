@@ -171,6 +171,10 @@ public:
     // Record n's data: in the mapping, or read into a buffer the object owns
     // (valid until the next call). Null for a deleted record or a failure.
     unsigned char* GetRecordBuffer(int32_t n);
+    // The same, but a record is taken only when ReadRecord would take it:
+    // the record's own header must call it live too, not just the index.
+    // *length is its length in bytes.
+    const unsigned char* ViewRecord(int32_t n, int32_t* length);
     bool IsMemoryMapped() const;
 
     // The sharing flag given to File::Open at the next Open.
@@ -204,6 +208,7 @@ private:
     bool Fail(int32_t error);
     bool FailFromFile(const File& file);
     bool LocateRecord(int32_t n, int32_t& position, int32_t& length);
+    unsigned char* DataBytesAt(int32_t position, int32_t length);
     bool WriteVariableRecord(int32_t n, const unsigned char* data, int32_t length);
     bool WriteFixedRecord(int32_t n, const unsigned char* data, int32_t length);
     bool MarkDeletedAt(int32_t position);

@@ -1,12 +1,12 @@
 #include "spatialindex/BinIndex.h"
 
 #include <algorithm>
-#include <cstring>
 #include <mutex>
 #include <new>
 
 #include "foundation/File.h"
 #include "recordfile/VFile.h"
+#include "spatialindex/EntryScan.h"
 
 namespace quillet {
 
@@ -22,41 +22,6 @@ int64_t S_FileLength(const FileSystemPath& path) {
     int64_t length = file.GetLengthEx();
     file.Close();
     return length;
-}
-
-// The entries AddOverlapping tests at a time.
-constexpr int32_t kEntriesPerBatch = 64;
-
-// Adds the feature numbers of those of the `entries` (at most
-// kEntriesPerBatch) feature entries at `in` whose boxes overlap `query`, in
-// file order, and returns how many it added. All boxes are tested first, in a
-// loop without a branch that the compiler can vectorise: a small window's
-// search spends its time testing entries of the large bins that do not meet
-// it, one mispredicted branch after another when tested one by one.
-int32_t AddOverlapping(const unsigned char* in, int32_t entries, const SearchBox& query,
-                       bool bigEndian, RecNumSet* result) {
-    // One byte a flag, 0 or 1; the tail past `entries` stays 0.
-    unsigned char over[kEntriesPerBatch] = {};
-    for (int32_t i = 0; i < entries; ++i) {
-        const unsigned char* entry = in + i * BinFeatureRec::kLength;
-        over[i] = IsOver(GridBox{entry[0], entry[1], entry[2], entry[3]}, query);
-    }
-    // Few entries overlap a small window: the flags are skipped eight at a
-    // time while they are all clear.
-    int32_t added = 0;
-    for (int32_t word = 0; word < entries; word += 8) {
-        uint64_t flags;
-        std::memcpy(&flags, over + word, sizeof flags);
-        if (flags == 0) continue;
-        for (int32_t i = word; i < word + 8; ++i) {
-            if (!over[i]) continue;
-            BinFeatureRec feature;
-            feature.DecodeFrom(in + i * BinFeatureRec::kLength, bigEndian);
-            result->Add(feature.featureNumber);
-            ++added;
-        }
-    }
-    return added;
 }
 
 }  // namespace
@@ -75,7 +40,6 @@ bool BinIndex::DeleteIndex(const FileSystemPath& path) { return VFile(path).Dele
 void BinIndex::Clear() {
     file_.reset();
     byteOrder_ = -1;
-    dataLength_ = 0;
     featureCount_ = 0;
     extent_ = WKSEnvelope{};
     mapping_ = GridMapping{};
@@ -90,7 +54,6 @@ void BinIndex::Load(const FileSystemPath& path) {
         Clear();
         return;
     }
-    dataLength_ = dataLength;
     byteOrder_ = file_->GetFileType();
     bool bigEndian = byteOrder_ == VFile::kBigEndian;
 
@@ -111,8 +74,9 @@ void BinIndex::Load(const FileSystemPath& path) {
 
 void BinIndex::LoadBinMap(int64_t dataLength) {
     if (file_->GetNumRecs() < 1) return;
-    int32_t length = ReadIntoBuffer(0);
-    if (length < BinMapEntry::kLength) return;
+    int32_t length = 0;
+    const unsigned char* map = file_->ViewRecord(0, &length);
+    if (!map || length < BinMapEntry::kLength) return;
     int32_t bins = length / BinMapEntry::kLength;
     binMap_.reset(new (std::nothrow) BinMapEntry[static_cast<size_t>(bins)]);
     if (!binMap_) return;
@@ -125,7 +89,7 @@ void BinIndex::LoadBinMap(int64_t dataLength) {
     bool bigEndian = byteOrder_ == VFile::kBigEndian;
     for (int32_t i = 0; i < bins; ++i) {
         BinMapEntry& entry = binMap_[static_cast<size_t>(i)];
-        entry.DecodeFrom(buffer_.get() + i * BinMapEntry::kLength, bigEndian);
+        entry.DecodeFrom(map + i * BinMapEntry::kLength, bigEndian);
         entry.count = static_cast<int32_t>(std::clamp<int64_t>(entry.count, 0, capacity));
         capacity -= entry.count;
     }
@@ -137,17 +101,6 @@ BinMapEntry BinIndex::GetBin(int32_t bin) const {
 }
 
 int32_t BinIndex::GetRecordCount() const { return file_ ? file_->GetNumRecs() : 0; }
-
-int32_t BinIndex::ReadIntoBuffer(int32_t n) {
-    int32_t length = file_->GetRecordLength(n);
-    if (length <= 0 || length > dataLength_) return -1;
-    if (length > bufferCapacity_) {
-        buffer_.reset(new (std::nothrow) unsigned char[static_cast<size_t>(length)]);
-        bufferCapacity_ = buffer_ ? length : 0;
-        if (!buffer_) return -1;
-    }
-    return file_->ReadRecord(n, buffer_.get(), length) ? length : -1;
-}
 
 int32_t BinIndex::Search(IEnvelope* query, RecNumSet* result) {
     if (!query || !result) return 0;
@@ -190,14 +143,11 @@ void BinIndex::ReadCellMapRecord(int32_t bin, const SearchBox& query, RecNumSet*
     int32_t remaining = entry.count;
     int32_t records = file_->GetNumRecs();
     for (int32_t n = entry.first - 1; remaining > 0 && n < records; ++n) {
-        int32_t length = ReadIntoBuffer(n);
-        int32_t entries = std::min(length / BinFeatureRec::kLength, remaining);
+        int32_t length = 0;
+        const unsigned char* record = file_->ViewRecord(n, &length);
+        int32_t entries = record ? std::min(length / BinFeatureRec::kLength, remaining) : 0;
         if (entries <= 0) return;
-        for (int32_t first = 0; first < entries; first += kEntriesPerBatch) {
-            count += AddOverlapping(buffer_.get() + first * BinFeatureRec::kLength,
-                                    std::min(kEntriesPerBatch, entries - first), query, bigEndian,
-                                    result);
-        }
+        count += AddEntriesOver(record, entries, query, bigEndian, result);
         remaining -= entries;
     }
 }

@@ -4,12 +4,13 @@
 // layout in spatialindex/BinIndexFormat.h) and answers rectangle searches with
 // the numbers of the features whose grid boxes may overlap the rectangle.
 //
-// The caller owns the BinIndex; the BinIndex owns its record file, bin map and
-// read buffer. An index that cannot be opened is empty (no features, extent
-// and scales 0) rather than an error: searches then find nothing. Bad content
-// never makes a search crash or run away: bins and records the map names
-// beyond the file are ignored, and the counts of the map are trimmed to what
-// the data file can hold.
+// The caller owns the BinIndex; the BinIndex owns its record file and bin
+// map, and reads feature records where the record file holds them (in its
+// mapping, or its buffer). An index that cannot be opened is empty (no
+// features, extent and scales 0) rather than an error: searches then find
+// nothing. Bad content never makes a search crash or run away: bins and
+// records the map names beyond the file are ignored, and the counts of the
+// map are trimmed to what the data file can hold.
 //
 // Construction and the reading of feature records run under one process-wide
 // lock shared by every BinIndex; Search itself takes none.
@@ -64,19 +65,14 @@ private:
                     RecNumSet* result, int32_t& count);
     void ReadCellMapRecord(int32_t bin, const SearchBox& query, RecNumSet* result,
                            int32_t& count);
-    // Reads record n into the buffer; its length in bytes, or -1.
-    int32_t ReadIntoBuffer(int32_t n);
 
     std::unique_ptr<VFile> file_;
     int32_t byteOrder_ = -1;
-    int64_t dataLength_ = 0;
     int32_t featureCount_ = 0;
     WKSEnvelope extent_;
     GridMapping mapping_;
     std::unique_ptr<BinMapEntry[]> binMap_;
     int32_t binCount_ = 0;
-    std::unique_ptr<unsigned char[]> buffer_;
-    int32_t bufferCapacity_ = 0;
 };
 
 }  // namespace quillet

@@ -306,6 +306,8 @@ TEST(VFileBadInput, DamagedFilesFailToOpenOrReadOnlyWhatIsWhole) {
             Bytes buffer(64);
             bool read = length > 0 && length <= 64 && file.ReadRecord(n, buffer.data(), length);
             EXPECT_EQ(read, file.GetRecordBuffer(n) != nullptr) << "record " << n;
+            int32_t viewed = 0;
+            EXPECT_EQ(read, file.ViewRecord(n, &viewed) != nullptr) << "record " << n;
             readable += read ? 1 : 0;
         }
         EXPECT_EQ(readable, c.readable);
@@ -315,6 +317,29 @@ TEST(VFileBadInput, DamagedFilesFailToOpenOrReadOnlyWhatIsWhole) {
     VFile lone(dir.Wide("good.shp").c_str());
     EXPECT_FALSE(lone.Open(VFile::kReadOnly, VFile::kIndexed, false, false));
     EXPECT_EQ(lone.GetLastError(), File::kNotFound);
+}
+
+// A record whose own header says deleted, though the index calls it live, is
+// refused by ViewRecord as by ReadRecord, mapped or read through a buffer.
+TEST(VFileBadInput, ViewRecordHeedsTheRecordsOwnHeader) {
+    TempDir dir;
+    WriteFile(dir.Wide("a.shp"), {4, 8});
+    Bytes data = ReadBytes(dir / "a.shp");
+    SetBE(data, 116, VFile::kDeletedMarker);  // record 1's length word
+    WriteBytes(dir / "a.shp", data);
+    for (bool othersMayWrite : {false, true}) {
+        VFile file(dir.Wide("a.shp").c_str());
+        ASSERT_TRUE(file.Open(VFile::kReadOnly, VFile::kIndexed, true, othersMayWrite));
+        EXPECT_EQ(file.IsMemoryMapped(), !othersMayWrite);
+        int32_t length = 0;
+        const unsigned char* first = file.ViewRecord(0, &length);
+        ASSERT_NE(first, nullptr);
+        EXPECT_EQ(Bytes(first, first + length), Record(4, 0));
+        Bytes buffer(8);
+        EXPECT_FALSE(file.ReadRecord(1, buffer.data(), 8));
+        EXPECT_EQ(file.ViewRecord(1, &length), nullptr);
+        EXPECT_TRUE(file.IsCurrentRecordDeleted());
+    }
 }
 
 TEST(VFilePeerSamples, CorruptTooLongFailsCleanly) {

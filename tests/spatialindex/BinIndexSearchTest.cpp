@@ -9,6 +9,8 @@
 #include "IndexTestSupport.h"
 #include "foundation/IEnvelope.h"
 #include "spatialindex/BinIndex.h"
+#include "spatialindex/BinIndexFormat.h"
+#include "spatialindex/EntryScan.h"
 
 namespace quillet::test {
 namespace {
@@ -111,6 +113,31 @@ TEST(BinIndexSearchTest, WholeExtentAddsAllFeaturesEvenOutsideItAndEmptyQueriesN
     EXPECT_TRUE(Find(dir / "none.sbn", WKSEnvelope{1, 1, 2, 2}).empty());
     // Holds the missing index's extent 0, 0, 0, 0, which has no features.
     EXPECT_TRUE(Find(dir / "none.sbn", WKSEnvelope{-1, -1, 1, 1}).empty());
+}
+
+// The test of a bin's entries against IsOver itself, on boxes no builder
+// writes (minimum above maximum) and queries of either kind, in runs of any
+// length and both byte orders. Few distinct values make ends coincide often.
+TEST(BinIndexSearchTest, EntryScanAgreesWithIsOverOnAnyBoxes) {
+    std::mt19937_64 random(14);
+    auto value = [&] { return static_cast<uint8_t>(random() % 8 * 36); };
+    for (int round = 0; round < 4000; ++round) {
+        bool bigEndian = round % 2 == 0;
+        auto count = static_cast<int32_t>(random() % 40);
+        const SearchBox query{value(), value(), value(), value()};
+        Bytes entries(static_cast<size_t>(count) * BinFeatureRec::kLength);
+        std::vector<int32_t> expected;
+        for (int32_t i = 0; i < count; ++i) {
+            const BinFeatureRec entry{GridBox{value(), value(), value(), value()},
+                                      1 + i * 0x01000193};
+            entry.EncodeTo(&entries[static_cast<size_t>(i) * BinFeatureRec::kLength], bigEndian);
+            if (IsOver(entry.box, query)) expected.push_back(entry.featureNumber);
+        }
+        RecNumSet found;
+        ASSERT_EQ(AddEntriesOver(entries.data(), count, query, bigEndian, &found),
+                  static_cast<int32_t>(expected.size()));
+        ASSERT_EQ(found.ToVector(), expected);
+    }
 }
 
 TEST(BinIndexSearchTest, SampleLayersAgreeWithTheirRecordBoxes) {
