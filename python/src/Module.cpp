@@ -11,4 +11,5 @@ PYBIND11_MODULE(_quillet, module) {
     BindBinIndexes(module);
     BindRecordFiles(module);
     BindColumnIndexes(module);
+    BindBTreeIndexes(module);
 }
