@@ -1,6 +1,6 @@
 """Direct access to file-based geographic data stores: dBASE tables, shape
-files, spatial bin indexes, column indexes, record files and the code pages
-of table text.
+files, spatial bin indexes, column indexes, B-tree indexes, record files
+and the code pages of table text.
 
     import quillet
     with quillet.Table("roads.dbf") as table:
@@ -21,7 +21,7 @@ from __future__ import annotations
 import os
 from typing import TYPE_CHECKING, Any, Iterator, Sequence
 
-from ._quillet import (BinIndex, Error, RecordFile, ShapeFile, Table, build_bin_index,
+from ._quillet import (BinIndex, BTreeIndex, Error, RecordFile, ShapeFile, Table, build_bin_index,
                        build_column_index, code_page_info, decode, decode_shape, encode,
                        query_column_index, read_columns)
 from .geometry import SHAPE_TYPE_NAMES, to_geojson
@@ -30,7 +30,7 @@ if TYPE_CHECKING:
     import numpy
     import pandas
 
-__all__ = ["BinIndex", "Error", "RecordFile", "ShapeFile", "Table", "build_bin_index",
+__all__ = ["BinIndex", "BTreeIndex", "Error", "RecordFile", "ShapeFile", "Table", "build_bin_index",
            "build_column_index", "code_page_info", "query_column_index",
            "decode", "decode_shape", "encode", "geometry", "read_table", "shapes",
            "SHAPE_TYPE_NAMES", "to_geojson"]

@@ -15,5 +15,6 @@ void BindShapes(pybind11::module_& module);
 void BindBinIndexes(pybind11::module_& module);
 void BindRecordFiles(pybind11::module_& module);
 void BindColumnIndexes(pybind11::module_& module);
+void BindBTreeIndexes(pybind11::module_& module);
 
 }  // namespace quillet::python

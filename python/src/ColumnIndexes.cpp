@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <filesystem>
+#include <optional>
 
 #include <pybind11/numpy.h>
 #include <pybind11/stl.h>
@@ -12,7 +13,9 @@
 
 #include "Bindings.h"
 #include "CellWrite.h"
+#include "DateField.h"
 #include "Errors.h"
+#include "IdArray.h"
 #include "attrindex/MTreeIndex.h"
 #include "attrindex/MTreeIndexBuilder.h"
 #include "attrindex/TableColumn.h"
@@ -118,13 +121,9 @@ Variant KeyValue(const CellValue& cell, VARTYPE vt) {
         case CellValue::Kind::kText: return Variant::Bstr(cell.text.c_str());
         case CellValue::Kind::kLogical: return Variant::I2(static_cast<int16_t>(cell.integer));
         case CellValue::Kind::kDate: {
-            SYSTEMTIME time{};
-            time.wYear = static_cast<uint16_t>(cell.date.year);
-            time.wMonth = static_cast<uint16_t>(cell.date.month);
-            time.wDay = static_cast<uint16_t>(cell.date.day);
-            DATE date = 0;
-            if (!SystemTimeToVariantTime(&time, &date)) throw py::value_error("a date out of range");
-            return Variant::Date(date);
+            std::optional<double> date = OleDateOf(cell.date);
+            if (!date) throw py::value_error("a date out of range");
+            return Variant::Date(*date);
         }
         case CellValue::Kind::kInteger:
         case CellValue::Kind::kReal: {
@@ -175,15 +174,7 @@ py::array_t<int32_t> Query(const std::filesystem::path& tablePath, const std::st
         for (const auto& cell : cells) keys.push_back(KeyValue(cell, vt));
         Search(column, keys, predicate, found);
     }
-    int32_t count = 0;
-    found.get_Count(&count);
-    py::array_t<int32_t> records(count);
-    int32_t* out = records.mutable_data();
-    // The set enumerates its ids ascending.
-    int32_t filled = 0;
-    found.Reset();
-    while (filled < count && found.Next(out + filled) == S_OK) ++filled;
-    return records;
+    return IdArray(found);
 }
 
 }  // namespace

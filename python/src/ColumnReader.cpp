@@ -54,10 +54,12 @@ size_t TextLength(const char* raw, int width) {
 // The strings of a column's first ASCII values, by a hash of their bytes:
 // equal values, which columns of names and codes repeat a lot, share one
 // string object instead of each making its own. A slot, once filled, keeps
-// its string, and the hash is compared before the string's bytes, so that a
-// column of values all different pays no more than the hash.
+// its string, and the hash is compared before the string's bytes.
 // The slots are made at the first value, no more than the table has
-// records: a small table does not pay for a large cache.
+// records: a small table does not pay for a large cache. A column whose
+// values hardly repeat (ids, free text) would pay the hash and a miss in a
+// large table for each value: once a slots' worth of values has found few
+// strings to share, the column makes each string without looking.
 class AsciiStrings {
 public:
     explicit AsciiStrings(size_t records) : size_(std::clamp<size_t>(records, 1, kMaxSlots)) {}
@@ -65,6 +67,8 @@ public:
     // A new reference to the string of these bytes; null with a Python
     // error set when it cannot be made.
     PyObject* Get(const char* bytes, size_t length) {
+        if (++looked_ == size_ && shared_ < size_ / kFewShared) StopSharing();
+        if (!sharing_) return Make(bytes, length);
         if (slots_.empty()) slots_.resize(size_);
         size_t hash = std::hash<std::string_view>()(std::string_view(bytes, length));
         Slot& slot = slots_[hash % size_];
@@ -72,12 +76,11 @@ public:
         if (held && slot.hash == hash && size_t(PyUnicode_GET_LENGTH(held)) == length &&
             std::memcmp(PyUnicode_1BYTE_DATA(held), bytes, length) == 0) {
             Py_INCREF(held);
+            ++shared_;
             return held;
         }
-        PyObject* text = PyUnicode_New(static_cast<Py_ssize_t>(length), 127);
-        if (!text) return nullptr;
-        std::memcpy(PyUnicode_1BYTE_DATA(text), bytes, length);
-        if (!held) slot = {hash, py::reinterpret_borrow<py::object>(text)};
+        PyObject* text = Make(bytes, length);
+        if (text && !held) slot = {hash, py::reinterpret_borrow<py::object>(text)};
         return text;
     }
 
@@ -87,8 +90,25 @@ private:
         py::object text;
     };
     static constexpr size_t kMaxSlots = 65536;
+    // Fewer than one value in this many found its string: few enough.
+    static constexpr size_t kFewShared = 8;
+
+    static PyObject* Make(const char* bytes, size_t length) {
+        PyObject* text = PyUnicode_New(static_cast<Py_ssize_t>(length), 127);
+        if (text) std::memcpy(PyUnicode_1BYTE_DATA(text), bytes, length);
+        return text;
+    }
+
+    void StopSharing() {
+        sharing_ = false;
+        std::vector<Slot>().swap(slots_);
+    }
+
     size_t size_;
     std::vector<Slot> slots_;
+    bool sharing_ = true;
+    size_t looked_ = 0;
+    size_t shared_ = 0;  // of the values looked for, those that found their string
 };
 
 bool IsAscii(const char* text, size_t length) {

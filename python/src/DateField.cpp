@@ -48,6 +48,19 @@ std::optional<CalendarDate> ReadDate(DBase& table, int field) {
     return CalendarDate{time.wYear, time.wMonth, time.wDay};
 }
 
+std::optional<double> OleDateOf(const CalendarDate& date, int hour, int minute, int second) {
+    SYSTEMTIME time{};
+    time.wYear = static_cast<uint16_t>(date.year);
+    time.wMonth = static_cast<uint16_t>(date.month);
+    time.wDay = static_cast<uint16_t>(date.day);
+    time.wHour = static_cast<uint16_t>(hour);
+    time.wMinute = static_cast<uint16_t>(minute);
+    time.wSecond = static_cast<uint16_t>(second);
+    DATE ole = 0;
+    if (!SystemTimeToVariantTime(&time, &ole)) return std::nullopt;
+    return ole;
+}
+
 int64_t DaysSinceEpoch(const CalendarDate& date) {
     // Days from civil, over 400-year eras of 146097 days each.
     int64_t year = date.month <= 2 ? date.year - 1 : date.year;

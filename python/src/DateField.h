@@ -19,6 +19,11 @@ struct CalendarDate {
 // Date field `field` of the table's current record.
 std::optional<CalendarDate> ReadDate(DBase& table, int field);
 
+// The OLE date (days since 1899-12-30, the time of day as the fraction) of a
+// day and a time on it; none out of the library's range of years.
+std::optional<double> OleDateOf(const CalendarDate& date, int hour = 0, int minute = 0,
+                                int second = 0);
+
 // Days since 1970-01-01 (negative before), as numpy's datetime64[D] counts.
 int64_t DaysSinceEpoch(const CalendarDate& date);
 

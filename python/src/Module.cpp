@@ -1,7 +1,9 @@
 #include "Bindings.h"
 
 PYBIND11_MODULE(_quillet, module) {
-    module.doc() = "The compiled part of quillet: tables, shape files, bin indexes, code pages.";
+    module.doc() =
+        "The compiled part of quillet: tables, shape files, bin, column and B-tree indexes, "
+        "record files, code pages.";
     using namespace quillet::python;
     BindErrors(module);
     BindCodePages(module);
@@ -11,4 +13,5 @@ PYBIND11_MODULE(_quillet, module) {
     BindBinIndexes(module);
     BindRecordFiles(module);
     BindColumnIndexes(module);
+    BindBTreeIndexes(module);
 }

@@ -131,6 +131,19 @@ class TableTest(TempDirTest):
         self.assertEqual(frame["SEEN"].iloc[0].date(), datetime.date(2020, 2, 29))
         self.assertTrue(math.isnan(frame["COUNT"].iloc[2]))
 
+    def test_read_table_text_past_the_shared_strings(self):
+        # More records than read_table keeps shared strings for, all
+        # different at first, so that it stops sharing; then repeats,
+        # non-ASCII text and blanks.
+        names = ["n%d" % (n % 66000) for n in range(70000)]
+        names[5::997] = ["Zürich %d" % n for n in range(len(names[5::997]))]
+        names[7::1001] = [None] * len(names[7::1001])
+        path = self.path("names.dbf")
+        with quillet.Table.create(path, [("NAME", "C", 12, 0)], code_page="UTF-8") as table:
+            for name in names:
+                table.append((name,))
+        self.assertEqual(quillet.read_table(path)["NAME"].tolist(), names)
+
 
 class ErrorTest(TempDirTest):
     def test_missing_file(self):

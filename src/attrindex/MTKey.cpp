@@ -1,8 +1,34 @@
 #include "attrindex/MTKey.h"
 
 #include <cwchar>
+#include <utility>
 
 namespace quillet {
+
+namespace {
+
+constexpr std::pair<MTDataType, const char*> kTypeNames[] = {
+    {MTString, "string"}, {MTWString, "wstring"},    {MTShort, "short"},
+    {MTLong, "long"},     {MTInt64, "int64"},        {MTFloat, "float"},
+    {MTDouble, "double"}, {MTDate, "date"},          {MTDateMap2, "datemap2"},
+    {MTDateMap1, "datemap1"},
+};
+
+}  // namespace
+
+const char* MTDataTypeName(MTDataType type) {
+    for (const auto& [named, name] : kTypeNames) {
+        if (named == type) return name;
+    }
+    return "none";
+}
+
+MTDataType MTDataTypeOfName(std::string_view name) {
+    for (const auto& [type, named] : kTypeNames) {
+        if (named == name) return type;
+    }
+    return MTNone;
+}
 
 MTKey::MTKey(const SYSTEMTIME& time) {
     DATE date = 0;

@@ -11,6 +11,7 @@
 // own buffer, so a copy never borrows.
 
 #include <cstdint>
+#include <string_view>
 
 #include "foundation/Export.h"
 #include "foundation/Variant.h"
@@ -48,6 +49,12 @@ constexpr bool IsStringType(MTDataType type) {
 constexpr bool IsDateType(MTDataType type) {
     return type == MTDate || type == MTDateMap1 || type == MTDateMap2;
 }
+
+// The lower-case name of a key type without its prefix ("string", "int64",
+// "datemap1", ...; "none" for MTNone), as callers name types in text; and
+// the type of such a name (MTNone for a name of no type).
+QUILLET_EXPORT const char* MTDataTypeName(MTDataType type);
+QUILLET_EXPORT MTDataType MTDataTypeOfName(std::string_view name);
 
 class QUILLET_EXPORT MTKey {
 public:

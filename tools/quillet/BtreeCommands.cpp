@@ -23,33 +23,16 @@ namespace quillet::tool {
 
 namespace {
 
-struct TypeName {
-    const char* name;
-    MTDataType type;
-};
-
-constexpr TypeName kTypeNames[] = {
-    {"string", MTString},     {"wstring", MTWString},   {"short", MTShort},   {"long", MTLong},
-    {"int64", MTInt64},       {"float", MTFloat},       {"double", MTDouble}, {"date", MTDate},
-    {"datemap2", MTDateMap2}, {"datemap1", MTDateMap1},
-};
-
-const char* NameOf(MTDataType type) {
-    for (const TypeName& t : kTypeNames) {
-        if (t.type == type) return t.name;
-    }
-    return "none";
-}
-
 MTDataType ParseType(std::string text) {
     for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     if (text.rfind("mt", 0) == 0) text.erase(0, 2);
-    for (const TypeName& t : kTypeNames) {
-        if (text == t.name) return t.type;
+    MTDataType type = MTDataTypeOfName(text);
+    if (type == MTNone) {
+        throw UsageError(
+            "--type: unknown key type '" + text +
+            "' (string, wstring, short, long, int64, float, double, date, datemap1, datemap2)");
     }
-    throw UsageError(
-        "--type: unknown key type '" + text +
-        "' (string, wstring, short, long, int64, float, double, date, datemap1, datemap2)");
+    return type;
 }
 
 // What the user said of an index that its file may not record.
@@ -163,7 +146,7 @@ Json Facts(MTIndex& index, const std::filesystem::path& path) {
     const MTNodeGeometry& g = index.GetGeometry();
     int64_t nodes = (index.Size() + (index.IsLE() ? 0 : g.nodeSize - 1)) / g.nodeSize;
     return Json{{"format", index.IsLE() ? "ng" : "old"},
-                {"key_type", NameOf(index.GetDataType())},
+                {"key_type", MTDataTypeName(index.GetDataType())},
                 {"key_width", index.GetKeyWidth()},
                 {"max_keys", g.maxKeys},
                 {"levels", index.GetLevels()},
