@@ -15,7 +15,6 @@
 
 #include "foundation/Descriptor.h"
 #include "foundation/FaultInjection.h"
-#include "foundation/HeldFiles.h"
 #include "foundation/MappingGuard.h"
 #include "foundation/Win32Error.h"
 #include "foundation/Win32File.h"
@@ -182,9 +181,7 @@ int File::OpenDescriptor(int flags, bool readOnly, bool exclusiveLock, bool othe
     }
     Adopt(fd, readOnly, othersMayWrite);
     if (readOnly_ && !othersMayWrite_) MapIfWorthIt();
-    // A file held across several opens of this process may change under
-    // another of them, which a mapping would not see.
-    if (exclusiveLock && !HeldFiles::ContainsDescriptor(fd_)) writeMap_.Map(fd_);
+    if (exclusiveLock) writeMap_.Map(fd_);
     return Succeed();
 }
 

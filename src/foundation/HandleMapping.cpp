@@ -11,6 +11,7 @@
 #include <limits>
 
 #include "foundation/Descriptor.h"
+#include "foundation/HeldFiles.h"
 
 namespace quillet {
 
@@ -28,6 +29,9 @@ size_t PageRound(int64_t length) {
 }  // namespace
 
 bool HandleMapping::Map(int fd) {
+    // A file held across several opens of this process may change under
+    // another of them, which the map would not see.
+    if (HeldFiles::ContainsDescriptor(fd)) return false;
     struct stat st {};
     // Writing into a hole through the map on a full disk would fault.
     if (::fstat(fd, &st) != 0 || st.st_blocks * 512 < st.st_size) return false;
