@@ -136,6 +136,9 @@ public:
     // (the process killed) while it swapped names, so that the path holds
     // either the old file or the new one, whole. Open calls it.
     static void RecoverCompaction(const wchar_t* path);
+    // Whether a compaction of the file at `path` was cut off and left files
+    // beside it (the old file set aside, or an unfinished copy).
+    static bool CompactionWasCutOff(const wchar_t* path);
 
     int32_t GetMinRecordNumber() { return index_.GetMinRecordNumber(); }
     int32_t GetMaxRecordNumber(bool trim) { return index_.GetMaxRecordNumber(trim); }

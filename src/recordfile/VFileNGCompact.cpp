@@ -1,6 +1,8 @@
 // Compaction of a next-generation record file: the live records are copied
 // into a sibling file ("<name>_compress"), which then takes the file's name
-// while the old file steps aside ("<name>tmp") until the swap is done.
+// while the old file steps aside ("<name>tmp") until the swap is done. A
+// compaction killed at any point leaves the old file or the new one, whole;
+// the next open finishes or undoes the swap, or removes the unfinished copy.
 
 #include <algorithm>
 #include <new>
@@ -74,13 +76,33 @@ void S_RollBack(const FileSet& aside, const FileSet& target) {
     }
 }
 
+// Removes the copy of a compaction that was cut off before the swap began,
+// but only while nobody has the file open, and each copy file only while
+// this process holds it: a compaction under way holds one or the other.
+void S_DeleteStrayCopy(const FileSet& target, const FileSet& copy) {
+    if (!FileExists(copy.data.c_str()) && !FileExists(copy.index.c_str())) return;
+    File held(target.data.c_str());
+    if (!held.Open(0, 1, 0, 0, 0)) return;
+    for (const String* path : {&copy.data, &copy.index, &copy.list}) {
+        File stray(path->c_str());
+        // Unlinked while locked, so that no new copy of the same name is lost.
+        if (stray.Open(0, 1, 0, 0, 0)) DeleteFileW(path->c_str());
+    }
+}
+
 }  // namespace
 
 void VFileNG::RecoverCompaction(const wchar_t* path) {
     FileSet target{String(path)};
     FileSet aside{S_Sibling(target.data, L"tmp")};
     FileSet copy{S_Sibling(target.data, L"_compress")};
-    if (!FileExists(aside.data.c_str()) && !FileExists(aside.index.c_str())) return;
+    if (!FileExists(aside.data.c_str()) && !FileExists(aside.index.c_str())) {
+        // The old list goes last, when the swap is done or undone: it is only
+        // a cache of the old file's holes.
+        S_DeleteIfThere(aside.list);
+        S_DeleteStrayCopy(target, copy);
+        return;
+    }
     bool whole = FileExists(target.data.c_str()) && FileExists(target.index.c_str());
     bool copyLeft = FileExists(copy.data.c_str()) || FileExists(copy.index.c_str());
     if (whole && !copyLeft) {
@@ -89,6 +111,16 @@ void VFileNG::RecoverCompaction(const wchar_t* path) {
         S_RollBack(aside, target);
         S_DeleteSet(copy);
     }
+}
+
+bool VFileNG::CompactionWasCutOff(const wchar_t* path) {
+    FileSet target{String(path)};
+    for (const wchar_t* suffix : {L"tmp", L"_compress"}) {
+        FileSet left{S_Sibling(target.data, suffix)};
+        for (const String* file : {&left.data, &left.index, &left.list})
+            if (FileExists(file->c_str())) return true;
+    }
+    return false;
 }
 
 bool VFileNG::CompactFile(bool renumber) {

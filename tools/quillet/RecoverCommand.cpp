@@ -9,6 +9,7 @@
 #include "Common.h"
 #include "foundation/RewriteRecovery.h"
 #include "foundation/RollbackJournal.h"
+#include "recordfile/VFileNG.h"
 
 namespace quillet::tool {
 
@@ -22,6 +23,11 @@ std::string JoinNames(const std::vector<std::wstring>& paths) {
 
 // Whether something needed recovery.
 bool Check(const std::string& path) {
+    if (VFileNG::CompactionWasCutOff(WidePath(path).c_str())) {
+        std::cout << path << ": an interrupted compaction left files beside it; `quillet recover "
+                  << path << "` finishes or undoes it\n";
+        return true;
+    }
     auto journals = JournalsBeside(WidePath(path));
     if (journals.empty()) {
         std::cout << path << ": no interrupted rewrite\n";
@@ -32,7 +38,21 @@ bool Check(const std::string& path) {
     return true;
 }
 
+// A record file's compaction swaps names rather than keeping a journal.
+bool RecoverCompaction(const std::string& path) {
+    std::wstring wide = WidePath(path);
+    if (!VFileNG::CompactionWasCutOff(wide.c_str())) return false;
+    VFileNG::RecoverCompaction(wide.c_str());
+    if (VFileNG::CompactionWasCutOff(wide.c_str())) {
+        throw Failure(path + ": an interrupted compaction left files beside it, and they could "
+                             "not be put right: is the file in use?");
+    }
+    std::cout << path << ": finished or undid an interrupted compaction\n";
+    return true;
+}
+
 void Recover(const std::string& path) {
+    if (RecoverCompaction(path)) return;
     RecoveryReport report = RecoverInterruptedRewrite(WidePath(path));
     std::string journals = JoinNames(report.journals);
     switch (report.outcome) {
