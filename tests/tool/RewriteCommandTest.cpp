@@ -7,6 +7,7 @@
 #include "ToolRunner.h"
 #include "foundation/File.h"
 #include "foundation/RollbackJournal.h"
+#include "support/ScopedEnv.h"
 #include "support/TestSupport.h"
 
 namespace quillet::test {
@@ -51,6 +52,31 @@ TEST(RewriteCommandTest, DumpAfterAKilledRewriteReportedDamageInsteadOfRollingBa
     EXPECT_NE(dump.err.find("rolled back"), std::string::npos) << dump.err;
     EXPECT_EQ(ReadBytes(dir / "t.dbf"), before);
     EXPECT_FALSE(std::filesystem::exists(dir / "t.dbf-journal"));
+}
+
+// A disk that stays full from the Nth write on: the old bytes stay in the
+// journal, the message names the cause and the way back, and recover puts
+// the table back once the disk has room.
+TEST(RewriteCommandTest, DeleteOnADiskThatStaysFullNamedTheWrongCause) {
+    TempDir dir;
+    WriteLayerOfIds(dir, 50);
+    Bytes before = ReadBytes(dir / "t.dbf");
+    for (int from : {1, 2, 3}) {
+        SCOPED_TRACE("writes fail from the " + std::to_string(from) + "th on");
+        ToolResult run;
+        {
+            ScopedEnv preload("LD_PRELOAD", QUILLET_FAIL_WRITES);
+            ScopedEnv asan("ASAN_OPTIONS", "verify_asan_link_order=0");
+            ScopedEnv to("QUILLET_FAIL_WRITES_TO", "t.dbf");
+            ScopedEnv at("QUILLET_FAIL_WRITES_FROM", std::to_string(from).c_str());
+            run = RunTool("dbf delete " + Quote(dir / "t.dbf") + " 1 30 --table-only");
+        }
+        EXPECT_EQ(run.exitCode, 1);
+        EXPECT_NE(run.err.find("no space left on the device"), std::string::npos) << run.err;
+        EXPECT_NE(run.err.find("quillet recover"), std::string::npos) << run.err;
+        EXPECT_EQ(RunTool("recover " + Quote(dir / "t.dbf")).exitCode, 0);
+        EXPECT_EQ(ReadBytes(dir / "t.dbf"), before);
+    }
 }
 
 TEST(RewriteCommandTest, DropFieldRewroteATableAnotherProgramWasReading) {

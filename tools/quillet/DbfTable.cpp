@@ -79,8 +79,6 @@ std::string StatusText(int32_t status) {
     }
 }
 
-namespace {
-
 // What the system said of a failed write, which the table's status does not.
 std::string WriteFailureCause() {
     switch (quillet::GetLastError()) {
@@ -91,8 +89,6 @@ std::string WriteFailureCause() {
         default: return "";
     }
 }
-
-}  // namespace
 
 void Fail(const std::filesystem::path& path, const DBase& table) {
     int32_t status = table.GetLastStatus();

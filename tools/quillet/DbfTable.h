@@ -18,6 +18,9 @@ namespace quillet::tool {
 // The library's last status in words.
 std::string StatusText(int32_t status);
 [[noreturn]] void Fail(const std::filesystem::path& path, const DBase& table);
+// What the system said of the last failed write (" (no space left on the
+// device)"), or nothing when it said nothing the user can act on.
+std::string WriteFailureCause();
 
 // Opens `table` on `path` once its bytes have been found to be a table;
 // returns their layout. The code page comes from the table, else the

@@ -13,6 +13,13 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// The numbers were checked before, so a table that fails here failed to
+// write, whichever status it gives (a failed header write reads as a bad
+// header): the message names what the system said.
+[[noreturn]] void FailWriting(const fs::path& path, const std::string& what) {
+    throw Failure(path.string() + ": " + what + WriteFailureCause());
+}
+
 // Returns how many records the compaction removed (records marked deleted
 // before go too).
 int32_t DeleteFromTable(const fs::path& path, const std::set<int32_t>& numbers) {
@@ -20,10 +27,12 @@ int32_t DeleteFromTable(const fs::path& path, const std::set<int32_t>& numbers) 
     if (!table.Open(false, false, CodePage::qovaCodePageDefault)) Fail(path, table);
     int32_t before = table.GetNumRecords();
     for (int32_t number : numbers) {
-        if (!table.DeleteRecord(number - 1)) Fail(path, table);
+        if (!table.DeleteRecord(number - 1))
+            FailWriting(path, "the records could not be marked deleted");
     }
     // Closing compacts: the records are gone, not only marked.
-    if (!table.Close() || !table.Open(true, true, CodePage::qovaCodePageDefault)) Fail(path, table);
+    if (!table.Close()) FailWriting(path, "the compacted table could not be written");
+    if (!table.Open(true, true, CodePage::qovaCodePageDefault)) Fail(path, table);
     return before - table.GetNumRecords();
 }
 
@@ -35,11 +44,12 @@ int32_t DeleteShapes(const fs::path& shp, const std::set<int32_t>& numbers) {
     int32_t before = shapes.GetNumRecs();
     for (int32_t number : numbers) {
         if (!shapes.DeleteRecord(number - 1))
-            throw Failure(shp.string() + ": cannot delete shape " + std::to_string(number));
+            throw Failure(shp.string() + ": cannot delete shape " + std::to_string(number) +
+                          WriteFailureCause());
     }
-    if (!shapes.CompactFile()) throw Failure(shp.string() + ": compaction failed");
+    if (!shapes.CompactFile()) throw Failure(shp.string() + ": compaction failed" + WriteFailureCause());
     int32_t after = shapes.GetNumRecs();
-    if (!shapes.Close()) throw Failure(shp.string() + ": cannot write its header");
+    if (!shapes.Close()) throw Failure(shp.string() + ": cannot write its header" + WriteFailureCause());
     return before - after;
 }
 
