@@ -84,7 +84,10 @@ bool AtxKeyLayout::StoreNumber(double value, unsigned char* key) const {
 }
 
 void AtxKeyLayout::StoreText(const char* text, unsigned char* key) const {
-    size_t length = text ? std::strlen(text) : 0;
+    StoreText(text, text ? std::strlen(text) : 0, key);
+}
+
+void AtxKeyLayout::StoreText(const char* text, size_t length, unsigned char* key) const {
     size_t n = length < static_cast<size_t>(width) ? length : static_cast<size_t>(width);
     if (n > 0) std::memcpy(key, text, n);
     std::memset(key + n, ' ', static_cast<size_t>(width) - n);

@@ -17,6 +17,7 @@
 //   word 3 ...  leaf: record id of key i at word 3 + i; interior: child i at word 2 + i
 //   16 + 4 x max keys   the keys, one stride apart
 
+#include <cstddef>
 #include <cstdint>
 
 #include "foundation/Export.h"
@@ -54,6 +55,7 @@ struct QUILLET_EXPORT AtxKeyLayout {
     bool StoreNumber(double value, unsigned char* key) const;
     // Text into width bytes: cut at the width, padded with spaces.
     void StoreText(const char* text, unsigned char* key) const;
+    void StoreText(const char* text, size_t length, unsigned char* key) const;
     // Sign of (a - b): text bytes over the width, numbers as doubles (exactly;
     // a NaN sorts after every number).
     int Compare(const unsigned char* a, const unsigned char* b) const;

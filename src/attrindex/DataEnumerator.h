@@ -16,6 +16,16 @@ public:
     // The next pair into id and value (which the caller has cleared); false
     // at the end. A record without a value to index is skipped, not yielded.
     virtual bool Next(int32_t& id, VARIANT& value) = 0;
+    // As Next, but a text value that is all ASCII may come back as its bytes
+    // instead: *ascii then points at its n bytes (no zero among them, valid
+    // until the next call) and value stays empty. Indexing a text column so
+    // skips the round trip through wide characters. By default every value
+    // comes as a variant (*ascii null).
+    virtual bool NextAscii(int32_t& id, VARIANT& value, const char** ascii, int32_t& n) {
+        *ascii = nullptr;
+        n = 0;
+        return Next(id, value);
+    }
 };
 
 }  // namespace quillet

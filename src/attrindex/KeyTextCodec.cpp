@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "attrindex/MultiByteText.h"
 #include "foundation/SystemCodePage.h"
 
 namespace quillet {
@@ -11,21 +12,6 @@ namespace {
 
 // Room for the bytes of MTKey::kMaxChars characters in any code page.
 constexpr int kNarrowRoom = MTKey::kMaxChars * 8;
-
-bool WritesAsciiAsIs(uint32_t codePage) {
-    for (int c = 0x20; c < 0x7F; ++c) {
-        wchar_t wide = static_cast<wchar_t>(c);
-        char narrow = static_cast<char>(c);
-        char byte = 0;
-        wchar_t back = 0;
-        if (WideCharToMultiByte(codePage, 0, &wide, 1, &byte, 1, nullptr, nullptr) != 1 ||
-            byte != narrow || MultiByteToWideChar(codePage, 0, &narrow, 1, &back, 1) != 1 ||
-            back != wide) {
-            return false;
-        }
-    }
-    return true;
-}
 
 bool IsAscii(const wchar_t* text, int32_t n) {
     for (int32_t i = 0; i < n; ++i) {

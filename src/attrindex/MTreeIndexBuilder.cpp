@@ -6,6 +6,7 @@
 #include "attrindex/MTreeIndexBuilder.h"
 
 #include <cstring>
+#include <string>
 
 #include "attrindex/DataEnumerator.h"
 #include "attrindex/MultiByteText.h"
@@ -14,6 +15,7 @@
 #include "foundation/ExternalSort.h"
 #include "foundation/File.h"
 #include "foundation/Guid.h"
+#include "foundation/Locale.h"
 
 namespace quillet {
 
@@ -125,6 +127,8 @@ bool MTreeIndexBuilder::Init(const FileSystemPath& path, IField* field, TypeMapp
     path_ = path.GetPath();
     field_ = field;
     map_ = map;
+    codePage_ = GetACP();
+    asciiAsIs_ = KeyVarType(type_) == VT_BSTR && WritesAsciiAsIs(codePage_);
     element_.assign(static_cast<size_t>(4 + SortKeySize(type_, layout_) + 4), 0);
     sorter_ = std::make_unique<ExternalSort>();
     return sorter_->Init(compare, kSortMemory, kSortSizing) && sorter_->SetPrefix(PrefixFor(type_));
@@ -155,8 +159,15 @@ bool MTreeIndexBuilder::InsertEntry(int32_t id, const VARIANT& value) {
         case VT_R4: std::memcpy(bytes, &key.fltVal, 4); break;
         case VT_R8: std::memcpy(bytes, &key.dblVal, 8); break;
         case VT_DATE: std::memcpy(bytes, &key.date, 8); break;
-        default: layout_.StoreText(ToMultiByte(key.bstrVal).c_str(), bytes); break;
+        default: layout_.StoreText(ToMultiByte(key.bstrVal, codePage_).c_str(), bytes); break;
     }
+    return InsertKey(id, bytes);
+}
+
+bool MTreeIndexBuilder::InsertAscii(int32_t id, const char* text, int32_t n) {
+    if (!asciiAsIs_) return InsertEntry(id, Variant::Bstr(std::wstring(text, text + n).c_str()));
+    unsigned char bytes[AtxKeyLayout::kNodeSize];
+    layout_.StoreText(text, static_cast<size_t>(n), bytes);
     return InsertKey(id, bytes);
 }
 
@@ -166,8 +177,10 @@ bool MTreeIndexBuilder::Create(const FileSystemPath& path, IField* field, DataEn
     int32_t id = 0;
     VARIANT value;
     VariantInit(&value);
-    while (data->Next(id, value)) {
-        bool inserted = InsertEntry(id, value);
+    const char* ascii = nullptr;
+    int32_t n = 0;
+    while (data->NextAscii(id, value, &ascii, n)) {
+        bool inserted = ascii ? InsertAscii(id, ascii, n) : InsertEntry(id, value);
         HRESULT hr = VariantClear(&value);
         if (FAILED(hr)) throw static_cast<int32_t>(hr);
         if (!inserted) return false;

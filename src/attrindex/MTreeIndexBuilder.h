@@ -97,6 +97,9 @@ public:
     static AtxKeyLayout LayoutOf(IField* field, TypeMapping map);
 
 private:
+    // An entry of ASCII text (n bytes), taken as it is where the code page
+    // of the keys writes ASCII as is.
+    bool InsertAscii(int32_t id, const char* text, int32_t n);
     bool WriteLeaves(File& file, int32_t& nodes);
     bool WriteLevel(File& file, int32_t first, int32_t last, int32_t& nodes);
 
@@ -105,6 +108,9 @@ private:
     TypeMapping map_ = kTypeMap0;
     qovaFieldType type_ = qovaFieldTypeSmallInteger;
     AtxKeyLayout layout_;
+    // The code page of text keys, looked up once per build rather than per key.
+    uint32_t codePage_ = 0;
+    bool asciiAsIs_ = false;
     std::unique_ptr<ExternalSort> sorter_;
     std::vector<unsigned char> element_;
     Progress progress_;

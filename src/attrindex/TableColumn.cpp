@@ -39,7 +39,7 @@ Field ColumnField(const DBase& table, int field) {
     }
 }
 
-bool TableColumnEnumerator::Next(int32_t& id, VARIANT& value) {
+bool TableColumnEnumerator::Advance() {
     while (next_ < table_.GetNumRecords()) {
         int32_t record = next_++;
         // IsRecordDeleted moves to the record and reads it; true also when it cannot.
@@ -48,15 +48,36 @@ bool TableColumnEnumerator::Next(int32_t& id, VARIANT& value) {
             failed_ = true;
             return false;
         }
-        if (deleted) continue;
+        if (!deleted) return true;
+    }
+    return false;
+}
+
+bool TableColumnEnumerator::Next(int32_t& id, VARIANT& value) {
+    while (Advance()) {
         if (!table_.GetValue(field_, value)) {
             failed_ = true;
             return false;
         }
         if (value.vt == VT_NULL) continue;
-        id = record;
+        id = table_.GetCurrentRecord();
         return true;
     }
+    return false;
+}
+
+bool TableColumnEnumerator::NextAscii(int32_t& id, VARIANT& value, const char** ascii,
+                                      int32_t& n) {
+    *ascii = nullptr;
+    if (table_.GetFieldType(field_) != DBase::qovaCharacter) return Next(id, value);
+    if (!Advance()) return false;
+    id = table_.GetCurrentRecord();
+    n = table_.GetFieldAscii(field_, ascii);
+    if (n >= 0) return true;
+    *ascii = nullptr;
+    // A text field always has a value, so that this record is yielded.
+    if (table_.GetValue(field_, value)) return true;
+    failed_ = true;
     return false;
 }
 

@@ -24,12 +24,17 @@ class QUILLET_EXPORT TableColumnEnumerator : public DataEnumerator {
 public:
     TableColumnEnumerator(DBase& table, int field) : table_(table), field_(field) {}
     bool Next(int32_t& id, VARIANT& value) override;
+    bool NextAscii(int32_t& id, VARIANT& value, const char** ascii, int32_t& n) override;
     // Records visited so far, for progress.
     int32_t GetPosition() const { return next_; }
     // Whether the table failed to read a record (the enumeration then ends).
     bool Failed() const { return failed_; }
 
 private:
+    // Moves to the next record that is not deleted; false at the end or
+    // when the table fails to read it.
+    bool Advance();
+
     DBase& table_;
     int field_;
     int32_t next_ = 0;

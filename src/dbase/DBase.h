@@ -130,6 +130,11 @@ public:
     // The raw bytes with a terminating zero, valid until the next call.
     const char* GetFieldPointer(int field);
     String GetFieldString(int field);
+    // The text GetFieldString gives, as its bytes, when they are all ASCII in
+    // a code page that keeps ASCII as it is: the length, with *text set and
+    // valid until the next call. -1 when the text needs its code page (or the
+    // field cannot be read).
+    int GetFieldAscii(int field, const char** text);
     double GetFieldDouble(int field);
     int32_t GetFieldInteger(int field);
     bool GetFieldLogical(int field);

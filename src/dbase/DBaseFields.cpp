@@ -35,6 +35,16 @@ int TrimmedLength(const char* bytes, int length) {
     return length;
 }
 
+// Trailing spaces go, but never the first byte: a blank field reads as one
+// space. The text ends at a zero byte, as the C library's conversions end.
+int TextLength(const char* bytes, int width) {
+    int length = TrimmedLength(bytes, width);
+    if (const void* zero = std::memchr(bytes, 0, static_cast<size_t>(length))) {
+        length = static_cast<int>(static_cast<const char*>(zero) - bytes);
+    }
+    return length;
+}
+
 }  // namespace
 
 // --- Getters ----------------------------------------------------------------
@@ -50,6 +60,18 @@ const char* DBase::GetFieldPointer(int field) {
     return narrow_.data();
 }
 
+int DBase::GetFieldAscii(int field, const char** text) {
+    const FieldEntry* entry = FieldForRead(field);
+    if (!entry || !asciiIsIdentity_) return -1;
+    const char* bytes = record_.data() + entry->offset;
+    int length = TextLength(bytes, entry->width);
+    for (int i = 0; i < length; ++i) {
+        if (static_cast<unsigned char>(bytes[i]) >= 0x80) return -1;
+    }
+    *text = bytes;
+    return length;
+}
+
 String DBase::GetFieldString(int field) {
     // One named result on every path, so that it is built in the caller's
     // object.
@@ -57,13 +79,7 @@ String DBase::GetFieldString(int field) {
     const FieldEntry* entry = FieldForRead(field);
     if (!entry) return text;
     const char* bytes = record_.data() + entry->offset;
-    // Trailing spaces go, but never the first byte: a blank field reads as
-    // one space. The text ends at a zero byte, as the C library's
-    // conversions end.
-    int length = TrimmedLength(bytes, entry->width);
-    if (const void* zero = std::memchr(bytes, 0, static_cast<size_t>(length))) {
-        length = static_cast<int>(static_cast<const char*>(zero) - bytes);
-    }
+    int length = TextLength(bytes, entry->width);
     // ASCII, nearly all of what tables hold, is widened straight into the
     // result; anything else goes through the code page.
     const auto* narrow = reinterpret_cast<const unsigned char*>(bytes);

@@ -1,15 +1,23 @@
 // The bulk builder's file: node geometry per field type, the empty index,
-// exactly full leaves, interior levels, byte order and the date mappings.
+// exactly full leaves, interior levels, byte order, the date mappings, and
+// text from a table with and without the shortcut for ASCII.
 
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <functional>
+#include <random>
+#include <string>
+#include <utility>
 
 #include "attrindex/LegacyIndex.h"
 #include "attrindex/MTreeIndexBuilder.h"
+#include "attrindex/MultiByteText.h"
+#include "attrindex/TableColumn.h"
+#include "dbase/DBase.h"
 #include "foundation/ByteOrder.h"
 #include "foundation/File.h"
+#include "support/ScopedEnv.h"
 #include "support/TestSupport.h"
 
 namespace quillet {
@@ -122,6 +130,52 @@ TEST_F(MTreeIndexBuilderTest, DatesAreDoublesUnderMapZeroAndDayNumbersUnderMapTw
     std::memcpy(element + 4, &day, 8);
     node.AddKey(element);
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(node.GetLastRecord()), 8), "2024 1 5");
+}
+
+TEST_F(MTreeIndexBuilderTest, TableTextGivesTheSameFileWithOrWithoutTheAsciiShortcut) {
+    const wchar_t* pieces[] = {L"ab", L"Zq", L" ", L"\u00e9", L"\u65e5", L"~+{", L"\\"};
+    std::mt19937 random(5);
+    for (auto kind : {CodePage::qovaCodePageANSI, CodePage::qovaCodePageUTF8}) {
+        std::wstring tablePath = dir_.Wide("t.dbf");
+        {
+            DBase table(tablePath);
+            ASSERT_TRUE(table.Create(kind));
+            ASSERT_TRUE(table.AddColumn(L"NAME", DBase::qovaCharacter, 7, 0));
+            ASSERT_TRUE(table.Open(false, false, CodePage::qovaCodePageDefault));
+            for (int r = 0; r < 600; ++r) {
+                std::wstring text;
+                for (int p = 0; p < 4; ++p) text += pieces[random() % std::size(pieces)];
+                ASSERT_TRUE(table.AddRecord());
+                table.SetFieldString(0, text.substr(0, random() % 8));
+            }
+            ASSERT_TRUE(table.Close());
+        }
+        // 500 is EBCDIC and 65000 escapes "+": neither writes ASCII as is.
+        const std::pair<const char*, bool> codePages[] = {
+            {"1252", true}, {"932", true}, {"500", false}, {"65000", false}};
+        for (const auto& [acp, asIs] : codePages) {
+            test::ScopedEnv env("QUILLET_ACP", acp);
+            EXPECT_EQ(WritesAsciiAsIs(static_cast<uint32_t>(std::stoi(acp))), asIs) << acp;
+            DBase table(tablePath);
+            ASSERT_TRUE(table.Open(true, true, CodePage::qovaCodePageDefault));
+            Field column = ColumnField(table, 0);
+            TableColumnEnumerator rows(table, 0);
+            MTreeIndexBuilder shortcut;
+            ASSERT_TRUE(shortcut.Create(path_.c_str(), &column, &rows, MTreeIndexBuilder::kTypeMap0));
+            Bytes fast = test::ReadBytes(dir_ / "i.atx");
+            TableColumnEnumerator values(table, 0);
+            MTreeIndexBuilder builder;
+            ASSERT_TRUE(builder.Init(path_.c_str(), &column, MTreeIndexBuilder::kTypeMap0));
+            int32_t id = 0;
+            Variant value;
+            while (values.Next(id, value)) {
+                ASSERT_TRUE(builder.InsertEntry(id, value));
+                value.Clear();
+            }
+            ASSERT_TRUE(builder.Write());
+            EXPECT_EQ(fast, test::ReadBytes(dir_ / "i.atx")) << kind << " " << acp;
+        }
+    }
 }
 
 }  // namespace
