@@ -9,6 +9,7 @@
 #include "CellValue.h"
 #include "DateField.h"
 #include "Errors.h"
+#include "PopulatedArray.h"
 
 namespace py = pybind11;
 
@@ -131,12 +132,20 @@ bool IsAscii(const char* text, size_t length) {
     return true;
 }
 
-// An object array of None, or with a width a fixed-width array of empty
-// strings.
-py::array NewTextArray(py::ssize_t count, size_t fixedWidth) {
-    py::module_ numpy = py::module_::import("numpy");
-    if (fixedWidth == 0) return numpy.attr("full")(count, py::none(), py::arg("dtype") = "object");
-    return numpy.attr("zeros")(count, py::arg("dtype") = "<U" + std::to_string(fixedWidth));
+// The array a column's file work fills: numbers, dates (as days) and
+// logicals (as 0, 1 or kUnknown) in buffers that Finish gives their dtypes;
+// text as an object array of None, or with a width as a fixed-width array of
+// empty strings.
+py::array NewValues(ColumnKind kind, py::ssize_t count, size_t fixedWidth) {
+    switch (kind) {
+        case ColumnKind::kNumber: return PopulatedArray(py::dtype::of<double>(), count);
+        case ColumnKind::kDate: return PopulatedArray(py::dtype::of<int64_t>(), count);
+        case ColumnKind::kLogical: return PopulatedArray(py::dtype::of<uint8_t>(), count);
+        case ColumnKind::kText: break;
+    }
+    if (fixedWidth > 0) return PopulatedArray(py::dtype("<U" + std::to_string(fixedWidth)), count);
+    return py::module_::import("numpy").attr("full")(count, py::none(),
+                                                     py::arg("dtype") = "object");
 }
 
 ColumnKind KindOf(char type) {
@@ -199,17 +208,10 @@ ColumnReader::ColumnReader(const std::filesystem::path& path, const std::vector<
         column->name = table_.GetFieldName(field).ToUtf8();
         column->kind = KindOf(table_.GetFieldType(field));
         column->wholeNumbers = table_.GetFieldDecimals(field) == 0;
-        switch (column->kind) {
-            case ColumnKind::kNumber: column->values = py::array_t<double>(count); break;
-            case ColumnKind::kDate: column->values = py::array_t<int64_t>(count); break;
-            case ColumnKind::kLogical: column->values = py::array_t<uint8_t>(count); break;
-            case ColumnKind::kText:
-                if (textForm == TextForm::kFixed) {
-                    column->fixedWidth =
-                        static_cast<size_t>(std::max(table_.GetFieldWidth(field), 1));
-                }
-                column->values = NewTextArray(count, column->fixedWidth);
+        if (column->kind == ColumnKind::kText && textForm == TextForm::kFixed) {
+            column->fixedWidth = static_cast<size_t>(std::max(table_.GetFieldWidth(field), 1));
         }
+        column->values = NewValues(column->kind, count, column->fixedWidth);
         column->data = column->values.mutable_data();
         columns_.push_back(std::move(column));
     }
