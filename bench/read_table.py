@@ -6,7 +6,9 @@ skipped with a line that says so. Targets: 10 times dbfread and pyshp, 2
 times GDAL (the faster of its Arrow stream and its feature loop).
 
 The text column repeats 5,000 names; with --distinct every record has a name
-of its own, so that no reader can share one string object among records."""
+of its own, so that no reader can share one string object among records.
+With --text fixed, read_table gives text as a fixed-width unicode array, as
+GDAL's Arrow stream gives it fixed-width bytes: no str object per value."""
 
 import argparse
 import datetime
@@ -56,9 +58,9 @@ def best_of(runs, read):
     return best
 
 
-def read_quillet(path):
+def read_quillet(path, text):
     import quillet
-    return lambda: quillet.read_table(path, columns=COLUMNS)
+    return lambda: quillet.read_table(path, columns=COLUMNS, text=text)
 
 
 def read_dbfread(path):
@@ -119,7 +121,10 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
     parser.add_argument("--distinct", action="store_true",
                         help="a different name in every record (default: 5,000 names repeated)")
-    distinct = parser.parse_args().distinct
+    parser.add_argument("--text", choices=["object", "fixed"], default="object",
+                        help="read_table's text: str objects (default) or a fixed-width array")
+    arguments = parser.parse_args()
+    distinct = arguments.distinct
     try:
         import numpy  # noqa: F401
         import quillet  # noqa: F401
@@ -129,9 +134,10 @@ def main():
     with tempfile.TemporaryDirectory(prefix="quillet-bench-") as folder:
         path = os.path.join(folder, "bench.dbf")
         write_table(path, distinct)
-        ours = best_of(3, read_quillet(path))
-        print("read_table, %d records, columns %s, %s names" %
-              (RECORDS, ",".join(COLUMNS), "all different" if distinct else "5000"))
+        ours = best_of(3, read_quillet(path, arguments.text))
+        print("read_table, %d records, columns %s, %s names, text %s" %
+              (RECORDS, ",".join(COLUMNS), "all different" if distinct else "5000",
+               arguments.text))
         print("   quillet.read_table   %8.3f s" % ours)
         failed = 0
         for name, readers, target in PEERS:

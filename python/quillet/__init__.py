@@ -19,7 +19,7 @@ file it was working on.
 from __future__ import annotations
 
 import os
-from typing import TYPE_CHECKING, Any, Iterator, Sequence
+from typing import TYPE_CHECKING, Any, Iterator, Literal, Sequence
 
 from ._quillet import (BinIndex, BTreeIndex, Error, RecordFile, ShapeFile, Table, build_bin_index,
                        build_column_index, code_page_info, decode, decode_shape, encode,
@@ -37,18 +37,22 @@ __all__ = ["BinIndex", "BTreeIndex", "Error", "RecordFile", "ShapeFile", "Table"
 
 
 def read_table(path: os.PathLike | str, columns: Sequence[str] | None = None,
-               as_pandas: bool = False, start: int = 0,
-               stop: int | None = None) -> dict[str, numpy.ndarray] | pandas.DataFrame:
+               as_pandas: bool = False, start: int = 0, stop: int | None = None,
+               text: Literal["object", "fixed"] = "object",
+               ) -> dict[str, numpy.ndarray] | pandas.DataFrame:
     """The live records of a table as a dict of numpy arrays by field name:
     numbers as float64 (int64 for a field without decimals whose values are all
     whole; NaN where blank), dates as datetime64[D] (NaT where there is none),
     logicals as bool (object with None where unknown), text as object arrays
-    of str (None where blank). `columns` names the fields to read, all when
-    None. With `as_pandas`, a pandas DataFrame of the same columns.
+    of str (None where blank). With text="fixed", text comes as fixed-width
+    unicode arrays as wide as the field ("" where blank), made without a str
+    object per value. `columns` names the fields to read, all when None.
+    With `as_pandas`, a pandas DataFrame of the same columns (pandas holds
+    fixed-width text as str objects).
     `start` and `stop` read only the live records among records [start, stop)
     of the file, deleted ones counted, so that ranges side by side read every
     live record once."""
-    arrays = read_columns(path, columns, start, stop)
+    arrays = read_columns(path, columns, start, stop, text)
     if not as_pandas:
         return arrays
     import pandas

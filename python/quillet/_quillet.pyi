@@ -2,7 +2,7 @@
 
 import datetime
 import os
-from typing import Any, Iterator, Mapping, Optional, Sequence, Union
+from typing import Any, Iterator, Literal, Mapping, Optional, Sequence, Union
 
 import numpy
 
@@ -135,7 +135,8 @@ class RecordFile:
 
 
 def read_columns(path: PathLike, columns: Optional[Sequence[str]] = None, start: int = 0,
-                 stop: Optional[int] = None) -> dict[str, numpy.ndarray]: ...
+                 stop: Optional[int] = None,
+                 text: Literal["object", "fixed"] = "object") -> dict[str, numpy.ndarray]: ...
 def decode_shape(data: bytes) -> dict[str, Any]: ...
 def build_bin_index(shp: PathLike) -> dict[str, Any]: ...
 def build_column_index(table: PathLike, field: str) -> dict[str, Any]: ...

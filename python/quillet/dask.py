@@ -15,7 +15,7 @@ from __future__ import annotations
 
 import glob
 import os
-from typing import Any, Iterable, Sequence, Union
+from typing import Any, Iterable, Literal, Sequence, Union
 
 import dask
 import dask.dataframe
@@ -92,26 +92,29 @@ def _frame(arrays: dict[str, Any], schema: list[tuple[str, str]]) -> pandas.Data
 
 
 def _read_range(part: tuple[str, int, int | None], columns: list[str] | None,
-                schema: list[tuple[str, str]], first: str) -> pandas.DataFrame:
+                schema: list[tuple[str, str]], first: str, text: str) -> pandas.DataFrame:
     path, start, stop = part
     own = _schema(path, _fields(path), columns)
     if own != schema:
         raise ValueError("%s has the fields %s, where %s has %s"
                          % (path, _describe(own), first, _describe(schema)))
-    return _frame(read_columns(path, [name for name, _ in schema], start, stop), schema)
+    return _frame(read_columns(path, [name for name, _ in schema], start, stop, text), schema)
 
 
 def read_tables(paths_or_glob: PathLike | Iterable[PathLike],
                 columns: Sequence[str] | None = None,
-                records_per_partition: int = RECORDS_PER_PARTITION) -> dask.dataframe.DataFrame:
+                records_per_partition: int = RECORDS_PER_PARTITION,
+                text: Literal["object", "fixed"] = "object") -> dask.dataframe.DataFrame:
     """The live records of many tables (a glob pattern, or paths) as one Dask
     DataFrame, a partition per table, or per range of records of a table with
     more than `records_per_partition`; in the tables' order, each partition's
     index from 0. Only the first table is opened here: its fields (those
     named in `columns`, all when None) give every column's dtype (numbers
     float64, dates datetime64[ns], logicals boolean, text object; NaN, NaT,
-    <NA> and None where blank). A table whose fields have other names or
-    types fails, when it is read, with a ValueError naming it."""
+    <NA> and None where blank). `text` is read_table's; pandas holds text as
+    str objects either way, so that "fixed" reads blanks as "" instead of
+    None. A table whose fields have other names or types fails, when it is
+    read, with a ValueError naming it."""
     if records_per_partition < 1:
         raise ValueError("records_per_partition must be at least 1")
     paths = _paths(paths_or_glob)
@@ -121,9 +124,12 @@ def read_tables(paths_or_glob: PathLike | Iterable[PathLike],
     record_length = 1 + sum(width for _, _, width, _ in fields)
     parts = [(path, start, stop) for path in paths
              for start, stop in _ranges(path, record_length, records_per_partition)]
-    meta = _frame({name: [] for name, _ in schema}, schema)
+    # Read from no records, which also refuses a wrong `text` now rather than
+    # in every task.
+    meta = _frame(read_columns(paths[0], [name for name, _ in schema], 0, 0, text), schema)
     return dask.dataframe.from_map(_read_range, parts, columns=columns, schema=schema,
-                                   first=paths[0], meta=meta, label="quillet-read-tables")
+                                   first=paths[0], text=text, meta=meta,
+                                   label="quillet-read-tables")
 
 
 def _build(shp: str) -> dict[str, Any]:

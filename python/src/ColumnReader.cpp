@@ -9,6 +9,7 @@
 #include "CellValue.h"
 #include "DateField.h"
 #include "Errors.h"
+#include "PopulatedArray.h"
 
 namespace py = pybind11;
 
@@ -111,11 +112,40 @@ private:
     size_t shared_ = 0;  // of the values looked for, those that found their string
 };
 
+// Widens the bytes into a fixed-width array's UCS-4 units; whether all were
+// ASCII, so that the units hold the text. Every unit is written whatever the
+// bytes, which keeps the loop free of branches.
+bool AsciiToUnits(const char* bytes, size_t length, char32_t* units) {
+    unsigned char seen = 0;
+    for (size_t i = 0; i < length; ++i) {
+        auto byte = static_cast<unsigned char>(bytes[i]);
+        seen |= byte;
+        units[i] = byte;
+    }
+    return seen < 0x80;
+}
+
 bool IsAscii(const char* text, size_t length) {
     for (size_t i = 0; i < length; ++i) {
         if (static_cast<unsigned char>(text[i]) >= 0x80) return false;
     }
     return true;
+}
+
+// The array a column's file work fills: numbers, dates (as days) and
+// logicals (as 0, 1 or kUnknown) in buffers that Finish gives their dtypes;
+// text as an object array of None, or with a width as a fixed-width array of
+// empty strings.
+py::array NewValues(ColumnKind kind, py::ssize_t count, size_t fixedWidth) {
+    switch (kind) {
+        case ColumnKind::kNumber: return PopulatedArray(py::dtype::of<double>(), count);
+        case ColumnKind::kDate: return PopulatedArray(py::dtype::of<int64_t>(), count);
+        case ColumnKind::kLogical: return PopulatedArray(py::dtype::of<uint8_t>(), count);
+        case ColumnKind::kText: break;
+    }
+    if (fixedWidth > 0) return PopulatedArray(py::dtype("<U" + std::to_string(fixedWidth)), count);
+    return py::module_::import("numpy").attr("full")(count, py::none(),
+                                                     py::arg("dtype") = "object");
 }
 
 ColumnKind KindOf(char type) {
@@ -136,7 +166,9 @@ struct ColumnReader::Column {
     ColumnKind kind;
     bool wholeNumbers;  // an integer field, while every value read is whole
     bool anyUnknown = false;
-    py::array values;  // float64, int64 (dates), uint8 (logicals) or object
+    // Characters per value of a fixed-width text array; 0 when text is str.
+    size_t fixedWidth = 0;
+    py::array values;      // float64, int64 (dates), uint8 (logicals), object or <U
     void* data = nullptr;  // its buffer, which the file work fills without the interpreter
     // The text values of the chunk being read, end to end: ASCII ones as
     // their bytes, others as the code page's characters.
@@ -149,7 +181,7 @@ struct ColumnReader::Column {
 };
 
 ColumnReader::ColumnReader(const std::filesystem::path& path, const std::vector<std::string>& names,
-                           int64_t start, int64_t stop)
+                           int64_t start, int64_t stop, TextForm textForm)
     : path_(path), table_(String::FromUtf8(path.string())) {
     bool opened;
     {
@@ -171,19 +203,15 @@ ColumnReader::ColumnReader(const std::filesystem::path& path, const std::vector<
     first_ = static_cast<int32_t>(std::min(start, records));
     end_ = static_cast<int32_t>(std::clamp(stop, int64_t{first_}, records));
     auto count = static_cast<py::ssize_t>(end_ - first_);
-    py::object full = py::module_::import("numpy").attr("full");
     for (int field : fields) {
         auto column = std::make_unique<Column>(field, static_cast<size_t>(count));
         column->name = table_.GetFieldName(field).ToUtf8();
         column->kind = KindOf(table_.GetFieldType(field));
         column->wholeNumbers = table_.GetFieldDecimals(field) == 0;
-        switch (column->kind) {
-            case ColumnKind::kNumber: column->values = py::array_t<double>(count); break;
-            case ColumnKind::kDate: column->values = py::array_t<int64_t>(count); break;
-            case ColumnKind::kLogical: column->values = py::array_t<uint8_t>(count); break;
-            case ColumnKind::kText:
-                column->values = full(count, py::none(), py::arg("dtype") = "object");
+        if (column->kind == ColumnKind::kText && textForm == TextForm::kFixed) {
+            column->fixedWidth = static_cast<size_t>(std::max(table_.GetFieldWidth(field), 1));
         }
+        column->values = NewValues(column->kind, count, column->fixedWidth);
         column->data = column->values.mutable_data();
         columns_.push_back(std::move(column));
     }
@@ -215,7 +243,12 @@ void ColumnReader::ReadValue(Column& column) {
             static_cast<uint8_t*>(column.data)[live_] = value;
             return;
         }
-        case ColumnKind::kText: ReadText(column, raw, blank);
+        case ColumnKind::kText:
+            if (column.fixedWidth > 0) {
+                FillFixedText(column, raw, blank);
+            } else {
+                ReadText(column, raw, blank);
+            }
     }
 }
 
@@ -233,6 +266,22 @@ void ColumnReader::ReadText(Column& column, const char* raw, bool blank) {
     String text = table_.GetFieldString(column.field);
     column.chars.insert(column.chars.end(), text.c_str(), text.c_str() + text.GetLength());
     column.cells.push_back({TextCell::Kind::kWide, column.chars.size()});
+}
+
+// Into the array, which starts out all empty strings, so that a blank value
+// stays empty. A code page decodes no byte into more than one character, so
+// the field's width holds its text; the copy is bounded all the same.
+void ColumnReader::FillFixedText(Column& column, const char* raw, bool blank) {
+    if (blank) return;
+    static_assert(sizeof(wchar_t) == sizeof(char32_t));
+    char32_t* units =
+        static_cast<char32_t*>(column.data) + live_ * static_cast<int64_t>(column.fixedWidth);
+    size_t length = TextLength(raw, table_.GetFieldWidth(column.field));
+    if (AsciiToUnits(raw, length, units) && keepsAscii_) return;
+    String text = table_.GetFieldString(column.field);
+    size_t kept = std::min<size_t>(static_cast<size_t>(text.GetLength()), column.fixedWidth);
+    std::copy_n(text.c_str(), kept, units);
+    std::fill(units + kept, units + column.fixedWidth, U'\0');
 }
 
 void ColumnReader::ReadChunk(int32_t first, int32_t end) {
@@ -298,7 +347,7 @@ py::dict ColumnReader::ReadAll() {
             ReadChunk(first, end);
         }
         for (auto& column : columns_) {
-            if (column->kind == ColumnKind::kText) MakeTexts(*column);
+            if (column->kind == ColumnKind::kText && column->fixedWidth == 0) MakeTexts(*column);
         }
     }
     py::dict out;

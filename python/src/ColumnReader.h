@@ -6,9 +6,12 @@
 //          and every value is whole
 //   D      datetime64[D] (NaT where there is no date)
 //   L      bool; object (True, False, None) when some are unknown
-//   others object arrays of str (None where blank)
+//   others object arrays of str (None where blank), or with TextForm::kFixed
+//          fixed-width unicode arrays as wide as the field ("" where blank),
+//          which need no Python object per value
 // The file work runs without the interpreter, a chunk of records at a time;
-// the interpreter is taken back only to make the text values of each chunk.
+// the interpreter is taken back only to make the text values of each chunk
+// as str objects.
 
 #include <filesystem>
 #include <memory>
@@ -22,6 +25,8 @@
 
 namespace quillet::python {
 
+enum class TextForm { kObject, kFixed };
+
 class ColumnReader {
 public:
     // Opens the table to read records [start, stop) of the file, deleted ones
@@ -29,7 +34,7 @@ public:
     // table has, so that ranges side by side read each live record once;
     // `names` empty means every field.
     ColumnReader(const std::filesystem::path& path, const std::vector<std::string>& names,
-                 int64_t start, int64_t stop);
+                 int64_t start, int64_t stop, TextForm textForm);
     ~ColumnReader();
 
     // The arrays by field name, in the table's order of the names asked for.
@@ -41,6 +46,7 @@ private:
     void ReadChunk(int32_t first, int32_t end);
     void ReadValue(Column& column);
     void ReadText(Column& column, const char* raw, bool blank);
+    void FillFixedText(Column& column, const char* raw, bool blank);
     void MakeTexts(Column& column);
     pybind11::object Finish(Column& column);
 

@@ -108,6 +108,8 @@ class SchemaTest(TempDirTest):
             quillet.dask.read_tables(self.path("*.dbf"), ["AREA"])
         with self.assertRaises(FileNotFoundError):
             quillet.dask.read_tables(self.path("none*.dbf"))
+        with self.assertRaisesRegex(ValueError, "fixed"):
+            quillet.dask.read_tables(self.path("a.dbf"), text="bytes")
 
     def test_narrower_fields_keep_the_schema_and_shorter_records_are_read_whole(self):
         wide = self.path("a.dbf")
@@ -117,6 +119,9 @@ class SchemaTest(TempDirTest):
         frame = quillet.dask.read_tables([wide, self.path("b.dbf")], records_per_partition=4)
         names = frame.NAME.compute(scheduler="sync").tolist()
         self.assertEqual(names, ["w"] + ["L22-%d" % n for n in range(23)])
+        fixed = quillet.dask.read_tables([wide, self.path("b.dbf")], records_per_partition=4,
+                                         text="fixed")
+        self.assertEqual(fixed.NAME.compute(scheduler="sync").tolist(), names)
 
 if __name__ == "__main__":
     unittest.main()

@@ -144,6 +144,27 @@ class TableTest(TempDirTest):
                 table.append((name,))
         self.assertEqual(quillet.read_table(path)["NAME"].tolist(), names)
 
+    def test_read_table_fixed_width_text_equals_the_str_values(self):
+        # Text that fills the field, ASCII and not, in a single-byte code page
+        # (where the euro's byte is no code point's number) and in UTF-8; a
+        # blank is "" where a str column has None.
+        for code_page, width in (("ANSI", 8), ("UTF-8", 11)):
+            names = ["a" * width, "Zürich€s", None, "a b", "Ærø"]
+            path = self.path("fixed.dbf")
+            fields = [("NAME", "C", width, 0)]
+            with quillet.Table.create(path, fields, code_page=code_page) as table:
+                for name in names:
+                    table.append((name,))
+            as_str = quillet.read_table(path)["NAME"]
+            fixed = quillet.read_table(path, text="fixed")["NAME"]
+            self.assertEqual(as_str.tolist(), names)
+            self.assertEqual(fixed.dtype, "<U%d" % width)
+            self.assertEqual(fixed.tolist(), [name or "" for name in names])
+            frame = quillet.read_table(path, text="fixed", as_pandas=True)
+            self.assertEqual(frame["NAME"].tolist(), fixed.tolist())
+        with self.assertRaisesRegex(ValueError, "fixed"):
+            quillet.read_table(path, text="bytes")
+
 
 class ErrorTest(TempDirTest):
     def test_missing_file(self):
