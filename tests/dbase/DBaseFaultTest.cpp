@@ -37,7 +37,8 @@ protected:
         SweepRewrite(
             {"f.dbf"}, [&] { table.emplace(path_); }, [&] { return operation(*table); },
             [&] { table->Close(); },
-            {FaultInjection::kWrite, FaultInjection::kSeek, FaultInjection::kCreate});
+            {FaultInjection::kWrite, FaultInjection::kSeek, FaultInjection::kCreate,
+             FaultInjection::kFlush});
     }
 
     std::wstring path_ = files_.Wide("f.dbf");

@@ -63,17 +63,22 @@ TEST(RewriteCommandTest, DeleteOnADiskThatStaysFullNamedTheWrongCause) {
     Bytes before = ReadBytes(dir / "t.dbf");
     for (int from : {1, 2, 3}) {
         SCOPED_TRACE("writes fail from the " + std::to_string(from) + "th on");
-        ToolResult run;
+        ToolResult run, dump;
         {
             ScopedEnv preload("LD_PRELOAD", QUILLET_FAIL_WRITES);
             ScopedEnv asan("ASAN_OPTIONS", "verify_asan_link_order=0");
             ScopedEnv to("QUILLET_FAIL_WRITES_TO", "t.dbf");
             ScopedEnv at("QUILLET_FAIL_WRITES_FROM", std::to_string(from).c_str());
             run = RunTool("dbf delete " + Quote(dir / "t.dbf") + " 1 30 --table-only");
+            // A reader that cannot put the old bytes back refuses to read.
+            ScopedEnv first("QUILLET_FAIL_WRITES_FROM", "1");
+            dump = RunTool("dbf dump " + Quote(dir / "t.dbf"));
         }
         EXPECT_EQ(run.exitCode, 1);
         EXPECT_NE(run.err.find("no space left on the device"), std::string::npos) << run.err;
         EXPECT_NE(run.err.find("quillet recover"), std::string::npos) << run.err;
+        EXPECT_EQ(dump.exitCode, 1);
+        EXPECT_NE(dump.err.find("the journal stays"), std::string::npos) << dump.err;
         EXPECT_EQ(RunTool("recover " + Quote(dir / "t.dbf")).exitCode, 0);
         EXPECT_EQ(ReadBytes(dir / "t.dbf"), before);
     }
