@@ -170,6 +170,10 @@ TEST(VfileCompactKillTest, AKillAtEveryRenameOrUnlinkLeavesTheOldOrTheNewFileWho
 }
 
 TEST(VfileCompactKillTest, KillsAtAnyMomentLeaveTheOldOrTheNewFileWhole) {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "the kills are timed by an uninstrumented run; the kills at each rename "
+                    "run here";
+#endif
     TempDir dir;
     auto path = dir / "k.dat";
     for (int delay = 0; delay <= 90; delay += 3) {
