@@ -21,8 +21,14 @@ namespace {
 // seldom.
 constexpr size_t kFirstReach = size_t{64} << 20;
 
+// Asked once: PrepareWrite runs for every record a record file rewrites.
+int64_t PageSize() {
+    static const auto page = static_cast<int64_t>(::sysconf(_SC_PAGESIZE));
+    return page;
+}
+
 size_t PageRound(int64_t length) {
-    auto page = static_cast<size_t>(::sysconf(_SC_PAGESIZE));
+    auto page = static_cast<size_t>(PageSize());
     return (static_cast<size_t>(length) + page - 1) / page * page;
 }
 
@@ -97,7 +103,7 @@ bool HandleMapping::Write(const unsigned char* data, size_t n, int64_t at) {
 
 void HandleMapping::PrepareWrite(int64_t at, size_t n) const {
     if (!base_ || at < 0 || at >= length_) return;
-    auto page = static_cast<int64_t>(::sysconf(_SC_PAGESIZE));
+    int64_t page = PageSize();
     int64_t end = std::min(length_, at + static_cast<int64_t>(n));
     // Adding nothing is a write to the processor, so the page faults in
     // writable at once; the bytes stay as they are.
