@@ -18,13 +18,16 @@
 // VACUUM, LMDB a compacting copy). Each row reports the seconds of each store,
 // `vs_sqlite` (SQLite's time / ours: above 1, we are faster) and `vs_lmdb`
 // (ours / LMDB's: the target is at most 1.5), and sizes in MiB. Each timing
-// starts once the system has written back its dirty pages.
+// starts once the system has written back its dirty pages. `_kfaults` counts
+// the process's page faults over a store's phase, in thousands: on a virtual
+// machine a fault costs microseconds, so they explain much of each time.
 // QUILLET_BENCH_RECORDS sets another record count (for a quick run).
 
 #include <benchmark/benchmark.h>
 #include <lmdb.h>
 #include <sqlite3.h>
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -61,6 +64,12 @@ constexpr int32_t kMaxLength = 4096;
 
 double MiB(int64_t bytes) {
     return static_cast<double>(bytes) / (1 << 20);
+}
+
+int64_t PageFaults() {
+    struct rusage usage {};
+    ::getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_minflt + usage.ru_majflt;
 }
 
 int64_t FileBytes(const fs::path& path) {
@@ -313,11 +322,14 @@ void Row(benchmark::State& state, Stores& stores, const std::string& name,
     std::map<std::string, double> seconds;
     for (auto& [store, s] : stores.byName) {
         int64_t before = s->Bytes();
+        int64_t faults = PageFaults();
         seconds[store] = Seconds([&] {
             s->Begin(writing);
             work(*s);
             s->Commit();
         });
+        state.counters[name + "_" + store + "_kfaults"] =
+            static_cast<double>(PageFaults() - faults) / 1000;
         if (sizes) state.counters[name + "_" + store + "_growth_mib"] = MiB(s->Bytes() - before);
     }
     for (auto& [store, s] : seconds) state.counters[name + "_" + store + "_s"] = s;
