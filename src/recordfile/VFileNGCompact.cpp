@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "foundation/Descriptor.h"
 #include "foundation/FileSystemPath.h"
 #include "foundation/Win32File.h"
 #include "recordfile/VFileNG.h"
@@ -212,12 +213,16 @@ bool VFileNG::SwapWith(const String& copyPath) {
             return reopen(kErrorNoRecord);
         }
     }
+    // The copy was flushed before the swap; the new names must reach the
+    // disk too, or a power cut could bring back the old names over a
+    // removed file. A failure here is reported, with the new file in place.
+    bool durable = SyncFolderOf(NativePath(path_.c_str()).c_str());
     S_DeleteSet(aside);
     index_.UpdateName(path_.c_str());
     S_DeleteIfThere(target.list);
     bool opened = Open(mode, share, shareWrites);
-    lastError_ = opened ? 0 : kErrorNoRecord;
-    return opened;
+    lastError_ = opened && durable ? 0 : kErrorNoRecord;
+    return opened && durable;
 }
 
 }  // namespace quillet
