@@ -13,9 +13,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// The numbers were checked before, so a table that fails here failed to
-// write, whichever status it gives (a failed header write reads as a bad
-// header): the message names what the system said.
+// The numbers were checked before, so a file that fails here failed to
+// write, whatever status it gives (a table's failed header write reads as a
+// bad header): the message names what the system said.
 [[noreturn]] void FailWriting(const fs::path& path, const std::string& what) {
     throw Failure(path.string() + ": " + what + WriteFailureCause());
 }
@@ -44,12 +44,11 @@ int32_t DeleteShapes(const fs::path& shp, const std::set<int32_t>& numbers) {
     int32_t before = shapes.GetNumRecs();
     for (int32_t number : numbers) {
         if (!shapes.DeleteRecord(number - 1))
-            throw Failure(shp.string() + ": cannot delete shape " + std::to_string(number) +
-                          WriteFailureCause());
+            FailWriting(shp, "cannot delete shape " + std::to_string(number));
     }
-    if (!shapes.CompactFile()) throw Failure(shp.string() + ": compaction failed" + WriteFailureCause());
+    if (!shapes.CompactFile()) FailWriting(shp, "compaction failed");
     int32_t after = shapes.GetNumRecs();
-    if (!shapes.Close()) throw Failure(shp.string() + ": cannot write its header" + WriteFailureCause());
+    if (!shapes.Close()) FailWriting(shp, "cannot write its header");
     return before - after;
 }
 
